@@ -1,0 +1,235 @@
+#include "reports/TerminalReport.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "reports/Columns.h"
+#include "reports/ReportSentence.h"
+#include "reports/Totals.h"
+#include "session/Marks.h"
+#include "session/SessionState.h"
+#include "session/Text.h"
+#include "session/Values.h"
+#include "session/basNvFunctions.h"
+#include "session/basNvLibrary.h"
+
+namespace nvadmin {
+
+namespace {
+
+constexpr std::int32_t kPageLines = 22;
+constexpr std::int32_t kHeaderLines = 4;
+constexpr std::int32_t kItemIdWidth = 11;
+
+// How the report's run went on or ended.
+enum class Run { kGoesOn, kListExhausted, kQuit, kItemMissing };
+
+// One place of a line, from the left: the item ID or a column.
+struct DisplayPosition {
+  std::int32_t width = 0;
+  std::string mask;  // of a cell: justification, "#", width
+};
+
+struct Report {
+  ReportSentence sentence;
+  std::vector<ReportColumn> columns;
+  bool anyTotal = false;
+  std::size_t firstColumn = 0;  // display position of the first column: 1 behind the item ID, else 0
+
+  std::vector<DisplayPosition> positions;
+  std::string headingLine;
+  std::string underlineLine;
+
+  std::vector<std::string> row;  // the cells of the current item, by display position
+  Totals totals{0};
+  std::int32_t pageNumber = 1;
+  std::int32_t lineCount = 0;
+  std::int64_t itemCount = 0;
+  bool lineIsOpen = false;  // text stands on the line that was printed last
+};
+
+std::string Mask(std::string_view justification, std::int32_t width) {
+  return Concat({justification, "#", std::to_string(width)});
+}
+
+void AddPosition(Report& report, std::string_view justification, std::int32_t width,
+                 std::string_view heading) {
+  report.positions.push_back({width, Mask(justification, width)});
+  report.headingLine += FFmt(heading, Mask(justification, width + 1));
+  report.underlineLine.append(static_cast<std::size_t>(width), '=').append(" ");
+}
+
+void BuildHeading(Report& report) {
+  if (report.sentence.showsItemId) AddPosition(report, "L", kItemIdWidth, "ItemID");
+  report.firstColumn = report.positions.size();
+  for (const ReportColumn& column : report.columns) {
+    const bool right = ToUpper(Trim(column.justification)) == "R";
+    AddPosition(report, right ? "R" : "L", column.width, column.heading);
+  }
+}
+
+void EndLine(Report& report) {
+  PPrint("", /*lineEnd=*/true);
+  report.lineIsOpen = false;
+}
+
+void PrintPageHeader(Report& report) {
+  const std::string page = FFmt(Concat({"Page ", std::to_string(report.pageNumber)}), "L#12");
+  PPrint(Concat({CursorAt(-1, -1), CursorAt(0, 0), page, Session().CmdSentenceText}), /*lineEnd=*/true);
+  PPrint("", /*lineEnd=*/true);
+  PPrint(report.headingLine, /*lineEnd=*/true);
+  PPrint(report.underlineLine, /*lineEnd=*/true);
+  report.lineIsOpen = false;
+  report.lineCount = kHeaderLines;
+}
+
+// Once the page is full: asks, and starts the next page.
+Run StepPage(Report& report) {
+  if (report.lineCount < kPageLines) return Run::kGoesOn;
+  PPrint("", /*lineEnd=*/true);
+  PPrint("(CR) to continue or q+(CR) to Quit: ", /*lineEnd=*/false);
+  std::string answer;
+  IInput(answer);
+  if (ToLower(Trim(answer)) == "q") return Run::kQuit;
+  ++report.pageNumber;
+  PrintPageHeader(report);
+  return Run::kGoesOn;
+}
+
+// A line of sums. It goes on from where the line before stopped. Requires a column that is totalled.
+Run PrintTotalLine(Report& report, std::string_view label, TotalRow totalRow) {
+  std::string line = FFmt(label, Mask("L", report.positions[0].width));
+  for (std::size_t position = 1; position < report.positions.size(); ++position) {
+    const std::size_t index = position - report.firstColumn;
+    const ReportColumn& column = report.columns[index];
+    const std::string text = column.isTotalled ? report.totals.Show(totalRow, column, index) : " ";
+    line += FFmt(text, report.positions[position].mask);
+    line += ' ';
+  }
+  PPrint(line, /*lineEnd=*/false);
+  EndLine(report);
+  report.lineCount += 2;
+  return StepPage(report);
+}
+
+Run PrintValueLine(Report& report, std::vector<PartWalk>& values) {
+  EndLine(report);
+  ++report.lineCount;
+  if (StepPage(report) == Run::kQuit) return Run::kQuit;
+  std::string line;
+  for (std::size_t position = 0; position < report.positions.size(); ++position) {
+    line += FFmt(Concat({values[position].Next(), " "}), report.positions[position].mask);
+    line += ' ';
+  }
+  PPrint(line, /*lineEnd=*/false);
+  report.lineIsOpen = true;
+  return Run::kGoesOn;
+}
+
+// Computes the cells of the item, with its part in totals and breaks. `valueCount` becomes the number of
+// lines that it needs.
+Run EvaluateItem(Report& report, std::string_view dataItem, const std::string& itemId,
+                 std::int32_t& valueCount) {
+  valueCount = 1;
+  if (report.sentence.showsItemId) report.row[0] = itemId;
+  for (std::size_t index = 0; index < report.columns.size(); ++index) {
+    const ReportColumn& column = report.columns[index];
+    std::string& cell = report.row[report.firstColumn + index];
+    cell.clear();
+    if (!column.hasData) continue;
+    cell = StoredCell(column, dataItem, itemId, report.sentence.dataFile);
+    if (report.anyTotal && report.totals.Take(column, index, cell, report.itemCount) &&
+        PrintTotalLine(report, "SubTotal(s)", TotalRow::kSub) == Run::kQuit) {
+      return Run::kQuit;
+    }
+    ConvertCell(column, cell);
+    if (cell.find(ValueMark) != std::string::npos)
+      valueCount = std::max(valueCount, DDCount(cell, ValueMark));
+  }
+  return Run::kGoesOn;
+}
+
+Run PrintItem(Report& report, std::string_view dataItem, const std::string& itemId) {
+  std::int32_t valueCount = 1;
+  if (EvaluateItem(report, dataItem, itemId, valueCount) == Run::kQuit) return Run::kQuit;
+  std::vector<PartWalk> values;
+  values.reserve(report.row.size());
+  for (const std::string& cell : report.row) values.push_back(WalkValues(cell));
+  for (std::int32_t line = 1; line <= valueCount; ++line) {
+    if (PrintValueLine(report, values) == Run::kQuit) return Run::kQuit;
+  }
+  return Run::kGoesOn;
+}
+
+// Walks the select list. `itemId` is the last key that was read.
+Run PrintItems(Report& report, std::string& itemId) {
+  std::string dataItem;
+  std::int32_t position = 0;
+  while (RReadNext(itemId, position)) {
+    ++report.itemCount;
+    if (!RREAD(dataItem, report.sentence.dataFile, itemId)) return Run::kItemMissing;
+    if (PrintItem(report, dataItem, itemId) == Run::kQuit) return Run::kQuit;
+  }
+  return Run::kListExhausted;
+}
+
+Run PrintLastTotals(Report& report) {
+  if (!report.anyTotal) return Run::kGoesOn;
+  if (report.lineIsOpen) EndLine(report);
+  if (report.totals.SubTotalWritten() &&
+      PrintTotalLine(report, "SubTotal(s)", TotalRow::kSub) == Run::kQuit) {
+    return Run::kQuit;
+  }
+  return PrintTotalLine(report, "Total(s)", TotalRow::kGrand);
+}
+
+void PrintQuit() { PPrint(Concat({CursorAt(-1, -1), ":"}), /*lineEnd=*/false); }
+
+void PrintEnd(Report& report) {
+  if (PrintLastTotals(report) == Run::kQuit) return PrintQuit();
+  PPrint("", /*lineEnd=*/true);
+  PPrint("", /*lineEnd=*/true);
+  PPrint(Concat({"**********  END of Query, ", std::to_string(report.itemCount),
+                 " Items Displayed.  Press (CR) to continue ********** : "}),
+         /*lineEnd=*/false);
+  std::string answer;
+  IInput(answer);
+  PrintQuit();
+}
+
+}  // namespace
+
+void TerminalReport() {
+  Report report;
+  const std::string message = AnalyseReportSentence(Session().CmdSentenceText, report.sentence);
+  if (!message.empty()) {
+    PPrint(message, /*lineEnd=*/true);
+    PPrint(": ", /*lineEnd=*/false);
+    return;
+  }
+  ReportColumns prepared = PrepareColumns(report.sentence);
+  report.columns = std::move(prepared.columns);
+  report.anyTotal = prepared.anyTotal;
+  report.totals = Totals(report.columns.size());
+  BuildHeading(report);
+  report.row.resize(report.positions.size());
+
+  PrintPageHeader(report);
+  std::string itemId;
+  switch (PrintItems(report, itemId)) {
+    case Run::kGoesOn:
+    case Run::kListExhausted:
+      return PrintEnd(report);
+    case Run::kQuit:
+      return PrintQuit();
+    case Run::kItemMissing:
+      PPrint(Concat({"ERROR [914] Item '", itemId, "' not found in table/file '", report.sentence.fileName,
+                     "'"}),
+             /*lineEnd=*/true);
+  }
+}
+
+}  // namespace nvadmin

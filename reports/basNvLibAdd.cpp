@@ -1,0 +1,223 @@
+#include "reports/basNvLibAdd.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <optional>
+#include <vector>
+
+#include "session/Marks.h"
+#include "session/Text.h"
+#include "session/Values.h"
+#include "session/basNvFunctions.h"
+#include "session/basNvLibrary.h"
+
+namespace nvadmin {
+
+namespace {
+
+constexpr std::int32_t kLocationAttribute = 2;
+constexpr std::int32_t kConversionAttribute = 7;
+constexpr std::int32_t kCorrelativeAttribute = 8;
+constexpr std::string_view kOutOfRange = "####";
+
+// The operators that a compiled list may hold.
+constexpr std::array<std::string_view, 6> kListOperators = {":", "+", "-", "/", "*", "^"};
+
+bool IsListOperator(std::string_view entry) {
+  return std::find(kListOperators.begin(), kListOperators.end(), entry) != kListOperators.end();
+}
+
+void ReplaceEach(std::string& text, std::string_view part, std::string_view by) {
+  std::string result;
+  std::size_t from = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, from)) {
+    result.append(text, from, at - from).append(by);
+    from = at + part.size();
+  }
+  text = result.append(text, from);
+}
+
+std::vector<std::string_view> Split(std::string_view text, std::string_view delimiter) {
+  std::vector<std::string_view> parts;
+  PartWalk walk(text, delimiter);
+  while (!walk.AtEnd()) parts.push_back(walk.Next());
+  return parts;
+}
+
+// The attribute number of a plain stored column; nothing when the name is unknown or its column is more than
+// that.
+std::optional<std::string> PlainLocation(std::string_view name, std::string_view dictionary) {
+  std::string column;
+  if (!RREAD(column, dictionary, name)) return std::nullopt;
+  std::string location = EExtract(column, kLocationAttribute, 0, 0);
+  const bool plain = Trim(EExtract(column, kCorrelativeAttribute, 0, 0)).empty() &&
+                     Trim(EExtract(column, kConversionAttribute, 0, 0)).empty() && IsNumber(Trim(location));
+  if (!plain) return std::nullopt;
+  return location;
+}
+
+// --- The fold of a compiled list ---
+
+double NumberAtStart(std::string_view text) {
+  std::string_view digits = LeadingNumber(text);
+  if (digits.starts_with('+')) digits.remove_prefix(1);
+  double number = 0;
+  const auto read =
+      std::from_chars(digits.data(), digits.data() + digits.size(), number, std::chars_format::fixed);
+  if (read.ec != std::errc::result_out_of_range) return number;
+  const std::string_view whole = digits.substr(0, digits.find('.'));
+  if (whole.find_first_of("123456789") == std::string_view::npos) return 0;
+  return digits.starts_with('-') ? -HUGE_VAL : HUGE_VAL;
+}
+
+// The ordinary decimal form, without an exponent, with up to 15 significant digits.
+std::string DecimalText(double number) {
+  constexpr int kSignificantDigits = 15;
+  if (!std::isfinite(number)) return std::string(kOutOfRange);
+  if (number == 0) return "0";
+
+  std::array<char, 32> text{};  // d.dddddddddddddde+XXX
+  const auto end = std::to_chars(text.data(), text.data() + text.size(), std::abs(number),
+                                 std::chars_format::scientific, kSignificantDigits - 1);
+  const std::string_view written(text.data(), static_cast<std::size_t>(end.ptr - text.data()));
+  const std::size_t mark = written.find('e');
+  std::string digits = Concat({written.substr(0, 1), written.substr(2, mark - 2)});
+  digits.erase(digits.find_last_not_of('0') + 1);
+  const std::int32_t exponent = LeadingWholeNumber(written.substr(mark + 1));
+
+  const auto size = static_cast<std::int32_t>(digits.size());
+  if (exponent < 0) {
+    digits.insert(0, "0." + std::string(static_cast<std::size_t>(-exponent - 1), '0'));
+  } else if (exponent >= size - 1) {
+    digits.append(static_cast<std::size_t>(exponent - size + 1), '0');
+  } else {
+    digits.insert(static_cast<std::size_t>(exponent) + 1, ".");
+  }
+  return number < 0 ? "-" + digits : digits;
+}
+
+double Add(double left, double right) { return left + right; }
+double Subtract(double left, double right) { return left - right; }
+double Multiply(double left, double right) { return left * right; }
+double Divide(double left, double right) { return right == 0 ? 0 : left / right; }
+double Power(double left, double right) { return std::pow(left, right); }
+
+struct Operator {
+  std::string_view sign;
+  double (*combine)(double left, double right);
+};
+
+constexpr std::array<Operator, 5> kOperators = {
+    {{"+", Add}, {"-", Subtract}, {"*", Multiply}, {"/", Divide}, {"^", Power}}};
+
+// One operand of a list: the values of its attribute, walked beside those of the cell.
+struct Operand {
+  std::string attribute;  // what the walk reads
+  std::optional<PartWalk> values;
+  std::string_view itemId;  // for operand "0", which has the same text at every position
+
+  std::string_view Next() { return values ? values->Next() : itemId; }
+};
+
+class CompiledList {
+ public:
+  CompiledList(std::string_view list, std::string_view dataItem, std::string_view itemId)
+      : entries_(Split(list, ";")), operands_(entries_.size() / 2 + 1) {
+    for (std::size_t entry = 1; entry < entries_.size(); entry += 2) {
+      Operand& operand = operands_[entry / 2];
+      if (entries_[entry] == "0") {
+        operand.itemId = itemId;
+      } else {
+        operand.attribute = EExtract(dataItem, LeadingWholeNumber(entries_[entry]), 0, 0);
+        operand.values.emplace(operand.attribute, ValueMark);
+      }
+    }
+  }
+
+  // The result at the next value position.
+  std::string Next() {
+    std::string result(operands_[0].Next());
+    for (std::size_t entry = 3; entry < entries_.size(); entry += 2) {
+      Combine(result, entries_[entry - 1], operands_[entry / 2].Next());
+    }
+    return result;
+  }
+
+ private:
+  static void Combine(std::string& result, std::string_view sign, std::string_view operand) {
+    const auto found = std::find_if(kOperators.begin(), kOperators.end(),
+                                    [sign](const Operator& row) { return row.sign == sign; });
+    if (found == kOperators.end()) {
+      result.append(ValueMark).append(operand);
+    } else {
+      result = DecimalText(found->combine(NumberAtStart(result), NumberAtStart(operand)));
+    }
+  }
+
+  std::vector<std::string_view> entries_;  // entry 0 is "CUSTOMA"; operands stand at odd places
+  std::vector<Operand> operands_;
+};
+
+std::string ApplyCompiledList(std::string_view value, std::string_view list, std::string_view dataItem,
+                              std::string_view itemId) {
+  CompiledList compiled(list, dataItem, itemId);
+  std::string result;
+  PartWalk values(value, ValueMark);
+  for (bool first = true; !values.AtEnd(); first = false) {
+    values.Next();
+    if (!first) result.append(ValueMark);
+    result += compiled.Next();
+  }
+  return result;
+}
+
+std::string ApplyCode(std::string_view value, std::string_view code) {
+  std::string result;
+  PartWalk values(value, ValueMark);
+  for (bool first = true; !values.AtEnd(); first = false) {
+    if (!first) result.append(ValueMark);
+    result += OOConv(values.Next(), code);
+  }
+  return result;
+}
+
+}  // namespace
+
+void CompileCorrelative(std::string& item, std::string_view dictionary) {
+  std::string list = ToUpper(EExtract(item, kCorrelativeAttribute, 0, 0));
+  if (!list.starts_with('A') || list.find("N(") == std::string::npos) return;
+  std::erase(list, ';');
+  ReplaceEach(list, "N(", ";");
+  std::replace(list.begin(), list.end(), ')', ';');
+  if (list.ends_with(';')) list.pop_back();
+
+  const std::vector<std::string_view> entries = Split(list, ";");
+  std::string compiled = "CUSTOMA";
+  for (std::size_t entry = 1; entry < entries.size(); ++entry) {
+    compiled += ';';
+    if (IsListOperator(entries[entry])) {
+      compiled += entries[entry];
+      continue;
+    }
+    const std::optional<std::string> location = PlainLocation(entries[entry], dictionary);
+    if (!location) return;
+    compiled += *location;
+  }
+  item = RReplace(item, kCorrelativeAttribute, compiled);
+}
+
+std::string ApplyCorrelative(std::string_view value, std::string_view correlative, std::string_view dataItem,
+                             std::string_view itemId, std::string_view file) {
+  if (correlative.find(ValueMark) == std::string_view::npos) {
+    return correlative.starts_with(kCompiledPrefix) ? ApplyCompiledList(value, correlative, dataItem, itemId)
+                                                    : ApplyCode(value, correlative);
+  }
+  std::string result(value);
+  PartWalk codes(correlative, ValueMark);
+  while (!codes.AtEnd()) result = ApplyCorrelative(result, codes.Next(), dataItem, itemId, file);
+  return result;
+}
+
+}  // namespace nvadmin

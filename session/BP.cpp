@@ -1,0 +1,83 @@
+#include "session/BP.h"
+
+#include <algorithm>
+#include <array>
+
+#include "queries/basTCLX.h"
+#include "reports/TerminalReport.h"
+#include "session/SessionState.h"
+#include "session/Text.h"
+#include "session/basNvFunctions.h"
+#include "session/basNvLibrary.h"
+
+namespace nvadmin {
+
+namespace {
+
+// A browser gets pages, which this build doesn't make; it must not be given terminal lines as if they were
+// one.
+void FailForBrowser(std::string_view what) {
+  if (LentEngine().GetOutputMode() != "HTML") return;
+  throw EngineFailure(Concat({what, " can't be shown in a browser by this build: use a terminal"}));
+}
+
+// A SELECT is SQL when its last character is ";" or when " FROM " stands in it.
+bool IsSql(std::string_view sentence) {
+  return sentence.ends_with(';') || FindInAnyCase(sentence, " FROM ") != std::string_view::npos;
+}
+
+void ServeSelect() {
+  if (!IsSql(Session().CmdSentenceText)) return SelectAndSave();
+  FailForBrowser("a query");
+  QueryListing();
+}
+
+void ServeReport() {
+  FailForBrowser("a report");
+  TerminalReport();
+}
+
+struct ServedWord {
+  std::string_view word;
+  void (*serve)();
+};
+
+constexpr std::array<ServedWord, 5> kServedWords = {{
+    {"PSELECT", SelectAndSave},
+    {"SSELECT", SelectAndSave},
+    {"SELECT", ServeSelect},
+    {"SORT", ServeReport},
+    {"LIST", ServeReport},
+}};
+
+}  // namespace
+
+void BP::CallBack(EngineCallBack* value) {
+  SessionState& session = Session();
+  session.Engine = value;
+  if (value == nullptr) return;
+
+  session.SharedDictionary = value->GetSharedDictionary();
+  session.Mv = CreateMvServices();
+  session.CurrentAccount = FField(EExecute("WHO"), " ", 2);
+  session.DatastoreKind = EExecute("SYSTEM DATASTORE");
+  session.Mv->OptionFlag1(true);
+  session.Mv->OptionFlag2(true);
+}
+
+void BP::CallBackClose() { Session().Engine = nullptr; }
+
+void BP::CmdSentence(std::string_view text) { Session().CmdSentenceText = text; }
+
+void BP::Test() {}
+
+void BP::UMenu() { throw EngineFailure("this build has no Admin Menu"); }
+
+void BP::Query() {
+  const std::string word = ToUpper(FField(Session().CmdSentenceText, " ", 1));
+  const auto served = std::find_if(kServedWords.begin(), kServedWords.end(),
+                                   [&word](const ServedWord& row) { return row.word == word; });
+  if (served != kServedWords.end()) served->serve();
+}
+
+}  // namespace nvadmin
