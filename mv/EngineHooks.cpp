@@ -1,0 +1,10 @@
+#include "mv/EngineHooks.h"
+
+namespace nvadmin::mv {
+
+EngineHooks& Hooks() {
+  thread_local EngineHooks hooks;
+  return hooks;
+}
+
+}  // namespace nvadmin::mv
