@@ -13,28 +13,31 @@ namespace {
 constexpr int kDecimals = 4;
 constexpr std::int64_t kOne = 10'000;
 
+// Appends a digit to a number that is kept negative, whose range is the wider one. False when it leaves the
+// range.
+bool AppendDigit(std::int64_t& negative, int digit) {
+  return !__builtin_mul_overflow(negative, 10, &negative) &&
+         !__builtin_sub_overflow(negative, digit, &negative);
+}
+
 // The leading number of a text in ten-thousandths, rounded half away from zero. False when it leaves the
 // range.
 bool ReadFixedPoint(std::string_view text, std::int64_t& number) {
   std::string_view digits = LeadingNumber(text);
-  number = 0;
-  const bool negative = digits.starts_with('-');
-  if (negative || digits.starts_with('+')) digits.remove_prefix(1);
+  const bool isNegative = digits.starts_with('-');
+  if (isNegative || digits.starts_with('+')) digits.remove_prefix(1);
   const std::size_t point = digits.find('.');
   const std::string_view fraction = point == std::string_view::npos ? "" : digits.substr(point + 1);
+  number = 0;
   for (char digit : digits.substr(0, point)) {
-    if (__builtin_mul_overflow(number, 10, &number) || __builtin_add_overflow(number, digit - '0', &number))
-      return false;
+    if (!AppendDigit(number, digit - '0')) return false;
   }
   for (std::size_t place = 0; place < kDecimals; ++place) {
-    const int digit = place < fraction.size() ? fraction[place] - '0' : 0;
-    if (__builtin_mul_overflow(number, 10, &number) || __builtin_add_overflow(number, digit, &number))
-      return false;
+    if (!AppendDigit(number, place < fraction.size() ? fraction[place] - '0' : 0)) return false;
   }
-  const bool roundsUp = fraction.size() > kDecimals && fraction[kDecimals] >= '5';
-  if (roundsUp && __builtin_add_overflow(number, 1, &number)) return false;
-  if (negative) number = -number;
-  return true;
+  const bool roundsAway = fraction.size() > kDecimals && fraction[kDecimals] >= '5';
+  if (roundsAway && __builtin_sub_overflow(number, 1, &number)) return false;
+  return isNegative || !__builtin_sub_overflow(0, number, &number);
 }
 
 std::string FixedPointText(std::int64_t number) {
@@ -59,9 +62,8 @@ bool Totals::Take(const ReportColumn& column, std::size_t index, std::string_vie
       std::int64_t number = 0;
       if (!ReadFixedPoint(values.Next(), number) || __builtin_add_overflow(sums.grand, number, &sums.grand) ||
           __builtin_add_overflow(sums.sub, number, &sums.sub)) {
-        throw EngineFailure(
-            Concat({"the total of column '", column.heading,
-                    "' is beyond 922,337,203,685,477.5807, the largest that a report can hold"}));
+        throw EngineFailure(Concat({"the total of column '", column.heading,
+                                    "' leaves its range, 922,337,203,685,477.5807 either way"}));
       }
     }
   }

@@ -22,7 +22,8 @@ class Totals {
   // Takes the stored cell of column `index` (from 0) of item number `itemCount` (from 1). True when a
   // sub-total line is due now, before the lines of this item: at the first change of a break column, and
   // never again. Fails, naming the column's heading, when a sum leaves its range of
-  // +-922,337,203,685,477.5807.
+  // -922,337,203,685,477.5808 to
+  // 922,337,203,685,477.5807.
   bool Take(const ReportColumn& column, std::size_t index, std::string_view cell, std::int64_t itemCount);
 
   bool SubTotalWritten() const { return subTotalWritten_; }

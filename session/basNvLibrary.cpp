@@ -3,14 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <chrono>
 #include <cmath>
-#include <ctime>
 #include <limits>
 #include <optional>
 #include <stdexcept>
 #include <utility>
 
+#include "platform/Clock.h"
 #include "session/EngineCallBack.h"
 #include "session/Marks.h"
 #include "session/SessionState.h"
@@ -192,16 +191,6 @@ bool WriteOneAttribute(std::string_view word, AttributeWrite write, std::string_
   if (!WentWell(word)) return ok;
   if (std::string* cached = FindCached(fileVar, id)) *cached = RReplace(*cached, attribute, value);
   return ok;
-}
-
-// Seconds since midnight, local time.
-float SecondsSinceMidnight() {
-  const auto now = std::chrono::system_clock::now();
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-  std::tm local{};
-  localtime_r(&seconds, &local);
-  const std::chrono::duration<float> fraction = now - std::chrono::system_clock::from_time_t(seconds);
-  return static_cast<float>(local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec) + fraction.count();
 }
 
 }  // namespace

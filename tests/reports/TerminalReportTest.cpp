@@ -1,0 +1,161 @@
+// The terminal report as a user sees it: heading, value lines, paging, endings. "$" ends a printed line.
+#include <gtest/gtest.h>
+
+#include "tests/reports/ReportSession.h"
+#include "tests/support/Golden.h"
+
+namespace nvadmin::test {
+namespace {
+
+using TerminalReports = ReportSession;
+
+constexpr std::string_view kPagePrompt = "(CR) to continue or q+(CR) to Quit: ";
+
+TEST_F(TerminalReports, ValuesStandBelowEachOtherAndTheIdOnTheFirstLineOnly) {
+  engine.File("orders") = {{"1", Dyn("Ada^5^20000^1250")}, {"ORDER-NUMBER-2", Dyn("Bob]Bo]B^12]-7^^n/a]-7")}};
+  engine.Type({""});
+  EXPECT_EQ(Report("NAME]QTY]DUE]AMT", "", "", Keys({"1", "ORDER-NUMBER-2"})),
+            "[CLEAR][HOME]Page 1      LIST orders$\n"
+            "$\n"
+            "ItemID      Name      Qty       Due    Amount$\n"
+            "=========== ====== ===== ========= ========= $\n"
+            "$\n"
+            "1           Ada       5  10/03/22     12.50  $\n"
+            "ORDER-NUMBE Bob      12                 n/a  $\n"
+            "            Bo       -7               -0.07  $\n"
+            "            B                                " +
+                Closing(2));
+}
+
+TEST_F(TerminalReports, EndingsAndRefusalsTable) {
+  const std::string heading =
+      "[CLEAR][HOME]Page 1      LIST orders$\n$\nItemID      Name   $\n=========== ====== $\n";
+  engine.File("orders") = {{"1", "Ada"}, {"2", "Bob"}};
+  struct Row {
+    std::string_view name, words, options;
+    Grid keys;
+    std::string want;
+  };
+  const Row rows[] = {
+      {"empty list", "NAME", "", {}, heading + Closing(0)},
+      {"empty key ends as a missing item", "NAME", "", Keys({""}),
+       heading + "ERROR [914] Item '' not found in table/file 'orders'$\n"},
+      {"missing item", "NAME", "", Keys({"1", "9", "2"}),
+       heading + "$\n1           Ada    ERROR [914] Item '9' not found in table/file 'orders'$\n"},
+      {"without the ID", "NAME", "ID-SUPP", Keys({"1", "2"}),
+       "[CLEAR][HOME]Page 1      LIST orders$\n$\nName   $\n====== $\n$\nAda    $\nBob    " + Closing(2)},
+      {"without the ID, inside a longer word", "NAME", "x no-id-suppress", Keys({"2"}),
+       "[CLEAR][HOME]Page 1      LIST orders$\n$\nName   $\n====== $\n$\nBob    " + Closing(1)},
+      {"no column at all", "", "", Keys({"1"}),
+       "[CLEAR][HOME]Page 1      LIST orders$\n$\nItemID      $\n=========== $\n$\n1           " +
+           Closing(1)},
+      {"neither column nor ID", "", "ID-SUPP", Keys({"1"}),
+       "[CLEAR][HOME]Page 1      LIST orders$\n$\n$\n$\n$\n" + Closing(1)},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    const bool asks = row.want.find("[IN") != std::string::npos;
+    if (asks) engine.Type({""});
+    EXPECT_EQ(Report(row.words, "", row.options, row.keys), row.want);
+    EXPECT_EQ(engine.CallCount("ReadInput"), asks ? 1 : 0);
+  }
+}
+
+TEST_F(TerminalReports, ARefusedSentenceIsAnEmptyReportOfDefaultColumns) {
+  engine.RefuseSentence("LIST orders NONSENSE", "what is NONSENSE?");
+  engine.File("orders_dict")["1"] = Dyn("A^1^First^^^^^^L^5");
+  engine.Type({""});
+  EXPECT_EQ(Run("LIST orders NONSENSE"),
+            "[CLEAR][HOME]Page 1      LIST orders NONSENSE$\n$\nItemID      First $\n=========== ===== $\n" +
+                Closing(0));
+}
+
+// Which files a sentence opens, in which spelling, and what the messages call them. The sentence itself goes
+// to the engine, and into the header, as it was typed.
+TEST_F(TerminalReports, FileNameTable) {
+  struct Row {
+    std::string_view datastore, sentence, dataFile, dictionary;
+  };
+  const Row rows[] = {
+      {"JET", "LIST My.File", "my_file", "my_file_dict"},
+      {"JET", "sort   My-File  WITH X", "my_file", "my_file_dict"},
+      {"JET", "LIST DICT Cust", "cust_dict", "cust_dict_dict"},
+      {"MV", "LIST dIcT  Cust  dict Cust", "Cust_dict", "DICT Cust_dict"},
+      {"MV", "LIST Cust DICT Cust", "Cust", "DICT Cust"},
+      {"MV", "LIST DICT", "DICT", "DICT DICT"},
+      {"MV", "LIST DICTIONARY F", "DICTIONARY", "DICT DICTIONARY"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.sentence);
+    LogOn(row.datastore);
+    engine.Answer(row.sentence, Dyn("1^1^X"), Grid{});
+    engine.File(row.dataFile);
+    engine.RefuseFile(row.dictionary, "none");
+    engine.Type({""});
+    EXPECT_EQ(Run(row.sentence), "[CLEAR][HOME]Page 1      " + std::string(row.sentence) +
+                                     "$\n$\nItemID      ERROR(X)   $\n=========== ========== $\n" +
+                                     Closing(0))
+        << "a dictionary that can't be opened makes error columns";
+    EXPECT_NE(engine.Calls().find("OpenFile(" + std::string(row.dictionary) + ") 0\n"), std::string::npos);
+  }
+  LogOn("JET");
+  engine.RefuseFile("no_file", "[201] no such table");
+  engine.Answer("LIST No.File", Dyn("1^1^X"), NumberedKeys(1));
+  EXPECT_EQ(Run("LIST No.File"),
+            "Can not open file/table 'no_file', System message(if any) = '[201] no such table'$\n: ");
+}
+
+TEST_F(TerminalReports, SeventeenLinesOnTheFirstPageAndEighteenOnTheNext) {
+  for (int id = 1; id <= 36; ++id)
+    engine.File("orders")[std::to_string(id)] = Dyn("Ada^" + std::to_string(id * 3));
+  engine.Type({"", "quit", ""});
+  ExpectGolden("reports/golden/paging.txt", Report("NAME]QTY", "", "", NumberedKeys(36)));
+}
+
+TEST_F(TerminalReports, AnItemsValuesMayBeSplitOverPages) {
+  for (int id = 1; id <= 17; ++id) engine.File("orders")[std::to_string(id)] = "Ada";
+  engine.File("orders")["17"] = Dyn("a]b]c");
+  engine.Type({"", ""});
+  const std::string screen = Report("NAME", "", "", NumberedKeys(17));
+  EXPECT_EQ(
+      screen.substr(screen.find("\n17 ") + 1),
+      "17          a      $\n$\n" + std::string(kPagePrompt) +
+          "[IN ]\n[CLEAR][HOME]Page 2      LIST orders$\n$\nItemID      Name   $\n=========== ====== $\n"
+          "            b      $\n            c      " +
+          Closing(17));
+}
+
+TEST_F(TerminalReports, AnswersAtThePagePrompt) {
+  for (int id = 1; id <= 18; ++id) engine.File("orders")[std::to_string(id)] = "Ada";
+  struct Row {
+    std::string_view answer;
+    bool quits;
+  };
+  for (const Row& row : {Row{"q", true}, Row{"Q", true}, Row{"  q ", true}, Row{"", false},
+                         Row{"quit", false}, Row{"q q", false}, Row{"\tq", false}, Row{"n", false}}) {
+    SCOPED_TRACE(row.answer);
+    engine.Type({row.answer});
+    if (!row.quits) engine.Type({"q"});
+    const std::string screen = Report("NAME", "", "", NumberedKeys(18));
+    EXPECT_EQ(engine.CallCount("ReadItem"), 1 + 18);
+    EXPECT_EQ(screen.find("END of Query") == std::string::npos, row.quits);
+    EXPECT_EQ(screen.find("Page 2") == std::string::npos, row.quits);
+    EXPECT_EQ(screen.substr(screen.rfind("]\n") + 2), "[CLEAR]:")
+        << "q at the closing prompt is no other answer";
+  }
+}
+
+TEST_F(TerminalReports, ALostPortEndsTheReportAtEitherPrompt) {
+  for (int id = 1; id <= 18; ++id) engine.File("orders")[std::to_string(id)] = "Ada";
+  for (int count : {18, 2}) {
+    LogOn("JET");
+    EXPECT_THROW(Report("NAME", "", "", NumberedKeys(count)), EngineFailure);
+    EXPECT_EQ(Session().Engine, nullptr);
+    const std::string_view typed = "[IN <&PORT_DISCONNECT>]\n";
+    EXPECT_EQ(engine.Screen().substr(engine.Screen().size() - typed.size()), typed)
+        << "nothing is printed after it";
+  }
+}
+
+}  // namespace
+}  // namespace nvadmin::test

@@ -1,0 +1,193 @@
+// Totals: what is summed, its text, its limits, and where sub-total and total lines stand.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "tests/reports/ReportSession.h"
+
+namespace nvadmin::test {
+namespace {
+
+using Totals = ReportSession;
+
+TEST_F(Totals, SumTable) {
+  engine.File("orders_dict")["W"] = Dyn("A^2^Wide^^^^^^L^24");
+  struct Row {
+    std::string_view name;
+    std::vector<std::string_view> cells;
+    std::string_view want;  // empty: the report fails
+  };
+  const Row rows[] = {
+      {"whole numbers", {"1", "2"}, "3"},
+      {"values of one cell", {"1]2]]3"}, "6"},
+      {"leading numbers", {"12 pieces", "x7", " 3", "1.5.5"}, "16.5"},
+      {"nothing", {"", ""}, "0"},
+      {"four decimals", {"0.0001", "1.5"}, "1.5001"},
+      {"zeros at the end vanish", {"1.25", "1.75"}, "3"},
+      {"no binary fraction", {"0.1", "0.2", "-0.3"}, "0"},
+      {"fifth decimal", {"0.00004"}, "0"},
+      {"half rounds away from zero", {"0.00005"}, "0.0001"},
+      {"half of a negative", {"-0.00005"}, "-0.0001"},
+      {"each value is rounded by itself", {"0.00006", "0.00006"}, "0.0002"},
+      {"no negative zero", {"-0.00001"}, "0"},
+      {"negative below one", {"-0.5"}, "-0.5"},
+      {"upper limit", {"922337203685477.5807"}, "922337203685477.5807"},
+      {"lower limit", {"-922337203685477.5808"}, "-922337203685477.5808"},
+      {"lower limit as a sum", {"-922337203685477", "-0.5808"}, "-922337203685477.5808"},
+      {"one value above the limit", {"922337203685477.5808"}, ""},
+      {"above the limit by rounding", {"922337203685477.58075"}, ""},
+      {"more digits than any number", {"99999999999999999999999999999999999"}, ""},
+      {"sum above the limit", {"922337203685477.5807", "0.0001"}, ""},
+      {"sum below the limit", {"-922337203685477.5807", "-0.0002"}, ""},
+      {"above the limit and back", {"922337203685477", "1", "-9"}, ""},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    Items& items = engine.File("orders");
+    items.clear();
+    for (std::string_view cell : row.cells)
+      items[std::to_string(items.size() + 1)] = Dyn("x^" + std::string(cell));
+    const Grid keys = NumberedKeys(static_cast<int>(row.cells.size()));
+    if (!row.want.empty()) engine.Type({""});
+    try {
+      const std::string screen = Report("W", "x]TOTAL]W", "", keys);
+      std::string want = "Total(s)   " + std::string(row.want);
+      want.append(36 - want.size(), ' ').append("$\n");
+      EXPECT_NE(screen.find("\n" + want), std::string::npos) << screen;
+      EXPECT_FALSE(row.want.empty()) << "no failure";
+    } catch (const EngineFailure& failure) {
+      EXPECT_TRUE(row.want.empty()) << failure.what();
+      EXPECT_NE(std::string(failure.what()).find("'Wide'"), std::string::npos) << failure.what();
+    }
+  }
+}
+
+// Sums stand on columns left and right of the break column. The first change writes the sub-total before the
+// item's lines, with the item already in the sums to the left and not in those to the right; later changes
+// write none.
+TEST_F(Totals, SubTotalAtTheFirstBreakAndBothLinesAtTheEnd) {
+  engine.File("orders") = {
+      {"1", Dyn("Ada^5^^^10")}, {"2", Dyn("Ada^2^^^20")}, {"3", Dyn("Bob^1^^^30")}, {"4", Dyn("Cy^4^^^40")}};
+  engine.Type({""});
+  EXPECT_EQ(Report("QTY]NAME]PRICE", "BY]NAME]TOTAL]QTY]break-on]NAME\\]Total]PRICE", "", NumberedKeys(4)),
+            "[CLEAR][HOME]Page 1      LIST orders$\n"
+            "$\n"
+            "ItemID         QtyName      Price$\n"
+            "=========== ===== ====== ======= $\n"
+            "$\n"
+            "1              5  Ada        10  $\n"
+            "2              2  Ada        20  SubTotal(s)    8             30 $\n"
+            "$\n"
+            "3              1  Bob        30  $\n"
+            "4              4  Cy         40  $\n"
+            "SubTotal(s)    4             70 $\n"
+            "Total(s)      12            100 $\n" +
+                Closing(4));
+}
+
+TEST_F(Totals, WithoutTheIdTheLabelTakesTheFirstColumnAndSumsAreConverted) {
+  engine.File("orders") = {{"1", Dyn("Ada^5^^1250")}, {"2", Dyn("Bob^2^^-7")}};
+  engine.Type({""});
+  EXPECT_EQ(Report("QTY]AMT]NAME", "x]TOTAL]QTY]TOTAL]AMT]BREAK-ON]NAME\\", "ID-SUPP", NumberedKeys(2)),
+            "[CLEAR][HOME]Page 1      LIST orders$\n"
+            "$\n"
+            "   Qty    AmountName   $\n"
+            "===== ========= ====== $\n"
+            "$\n"
+            "   5     12.50  Ada    SubTo    12.43        $\n"
+            "$\n"
+            "   2     -0.07  Bob    $\n"
+            "SubTo     0.00        $\n"
+            "Total    12.43        $\n" +
+                Closing(2));
+}
+
+TEST_F(Totals, TheGrandTotalHasItsLimitBehindASubTotalToo) {
+  engine.File("orders") = {{"1", Dyn("Ada^922337203685477")}, {"2", Dyn("Bob^1")}};
+  EXPECT_THROW(Report("NAME]QTY", "x]TOTAL]QTY]BREAK-ON]NAME\\", "", NumberedKeys(2)), EngineFailure);
+}
+
+// Which phrases count, and what happens without them. `want` is what the screen holds of the labels.
+TEST_F(Totals, PhraseTable) {
+  engine.File("orders") = {{"1", Dyn("Ada^5^^^10")}, {"2", Dyn("Bob^2^^^20")}, {"3", Dyn("Cy^2^^^20")}};
+  struct Row {
+    std::string_view name, words, modifiers;
+    int subTotals, totals;
+  };
+  const Row rows[] = {
+      {"none", "NAME]QTY", "", 0, 0},
+      {"total", "NAME]QTY", "BY]QTY]TOTAL]QTY", 0, 1},
+      {"total at the very start", "NAME]QTY", "TOTAL]QTY", 0, 0},
+      {"at the very start and again: the first is found", "NAME]QTY", "TOTAL]QTY]x]TOTAL]QTY", 0, 0},
+      {"behind an empty value", "NAME]QTY", "]TOTAL]QTY", 0, 1},
+      {"word of another column", "NAME]QTY", "x]TOTAL]PRICE", 0, 0},
+      {"longer word", "NAME]QTY", "x]TOTAL]QTYX", 0, 0},
+      {"small letters", "NAME]QTY", "x]total]qty", 0, 1},
+      {"word that isn't a whole value", "NAME]QTY", "x]SUBTOTAL]QTY", 0, 0},
+      {"total with a subvalue behind it", "NAME]QTY", "x]TOTAL]QTY\\", 0, 0},
+      {"break without a total", "NAME]QTY", "x]BREAK-ON]NAME\\", 0, 0},
+      {"break and total", "NAME]QTY", "x]TOTAL]QTY]BREAK-ON]NAME\\text", 2, 1},
+      {"break without its subvalue mark", "NAME]QTY", "x]TOTAL]QTY]BREAK-ON]NAME", 0, 1},
+      {"two breaks change on one item", "NAME]PRICE]QTY", "x]TOTAL]QTY]BREAK-ON]NAME\\]BREAK-ON]PRICE\\", 2,
+       1},
+      {"break on the totalled column", "QTY", "x]TOTAL]QTY]BREAK-ON]QTY\\", 2, 1},
+      {"break on a column that never changes", "KEY]AMT]QTY", "x]TOTAL]QTY]BREAK-ON]AMT\\", 0, 1},
+      {"error column takes no mark", "NONE]QTY", "x]TOTAL]NONE", 0, 0},
+  };
+  const auto count = [](std::string_view text, std::string_view part) {
+    int found = 0;
+    for (std::size_t at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++found;
+    return found;
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    engine.Type({""});
+    const std::string screen = Report(row.words, row.modifiers, "", NumberedKeys(3));
+    EXPECT_EQ(count(screen, "SubTotal(s)"), row.subTotals) << screen;
+    EXPECT_EQ(count(screen, "\nTotal(s)"), row.totals) << screen;
+  }
+}
+
+TEST_F(Totals, TotalLinesCountTwoForPaging) {
+  constexpr std::string_view kPrompt = "$\n(CR) to continue or q+(CR) to Quit: ";
+  constexpr std::string_view kPage2 =
+      "[CLEAR][HOME]Page 2      LIST orders$\n$\nItemID         QtyName   $\n=========== ===== ====== $\n";
+  for (int id = 1; id <= 16; ++id) engine.File("orders")[std::to_string(id)] = Dyn("Ada^1");
+  engine.File("orders")["17"] = Dyn("Bob^1");
+  const auto behind = [](const std::string& screen, std::string_view start) {
+    return screen.substr(std::min(screen.find(start), screen.size()));
+  };
+  const std::string prompt(kPrompt);
+  const std::string page2(kPage2);
+
+  engine.Type({"", ""});
+  EXPECT_EQ(behind(Report("QTY]NAME", "x]TOTAL]QTY", "", NumberedKeys(16)), "Total(s)"),
+            "Total(s)      16        $\n" + prompt + "[IN ]\n" + page2 + Closing(16));
+  engine.Type({""});
+  EXPECT_EQ(behind(Report("QTY]NAME", "x]TOTAL]QTY", "", NumberedKeys(15)), "Total(s)"),
+            "Total(s)      15        $\n" + Closing(15))
+      << "21 lines: no page is due";
+
+  const std::string_view modifiers = "x]TOTAL]QTY]BREAK-ON]NAME\\";
+  engine.Type({""});
+  EXPECT_EQ(behind(Report("QTY]NAME", "x]TOTAL]QTY", "", {}), "===== $"),
+            "===== $\nTotal(s)       0        $\n" + Closing(0))
+      << "no line is open below the heading";
+  engine.Type({"", ""});
+  EXPECT_EQ(behind(Report("QTY]NAME", modifiers, "", NumberedKeys(17)), "SubTotal(s)"),
+            "SubTotal(s)   17        $\n" + prompt + "[IN ]\n" + page2 +
+                "$\n17             1  Bob    $\n"
+                "SubTotal(s)    0        $\n"
+                "Total(s)      17        $\n" +
+                Closing(17))
+      << "a sub-total that opens a page leaves an empty line above the next item";
+  engine.Type({"q"});
+  EXPECT_EQ(behind(Report("QTY]NAME", modifiers, "", NumberedKeys(17)), "SubTotal(s)"),
+            "SubTotal(s)   17        $\n" + prompt + "[IN q]\n[CLEAR]:");
+  engine.Type({"Q"});
+  EXPECT_EQ(behind(Report("QTY]NAME", "x]TOTAL]QTY", "", NumberedKeys(16)), "Total(s)"),
+            "Total(s)      16        $\n" + prompt + "[IN Q]\n[CLEAR]:");
+}
+
+}  // namespace
+}  // namespace nvadmin::test

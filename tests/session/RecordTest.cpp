@@ -1,0 +1,307 @@
+// Record access: names of files, guards, the item cache, locks, trace lines.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+
+#include "session/basNvLibrary.h"
+#include "tests/support/ScriptedSession.h"
+
+namespace nvadmin::test {
+namespace {
+
+using Record = ScriptedSession;
+
+constexpr std::string_view kFile = "t.syscon.1";
+
+TEST_F(Record, FileNameTable) {
+  struct Row {
+    std::string_view datastore, name, want;
+  };
+  const Row rows[] = {
+      {"JET", "MY.FILE-1", "my_file_1"},
+      {"MSSQL", "DICT CUSTOMERS", "customers_dict"},
+      {"MSSQL", "Dict   My.F ", "my_f_dict"},
+      {"ORACLE", "DICT", "dict"},
+      {"ORACLE", " DICT F", " dict f"},
+      {"ORACLE", "DICT.F", "dict_f"},
+      {"MYSQL", "TABLE", "table_nv"},
+      {"MYSQL", "DICT TABLE", "table_dict"},
+      {"MYSQL", "Key", "key_nv"},
+      {"MYSQL", "keys", "keys"},
+      {"MYSQL", "DICT KEY", "key_dict"},
+      {"mv", "A-B", "a_b"},  // only capitals make a native store
+      {"MV", "TABLE", "TABLE"},
+      {"MVX 3", "DICT My.File-1", "DICT My.File-1"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    Session().DatastoreKind = row.datastore;
+    engine.File(row.want);
+    std::string name(row.name);
+    std::string fileVar = "old";
+    EXPECT_TRUE(OOpen(name, fileVar));
+    EXPECT_EQ(name, row.want);
+    EXPECT_EQ(fileVar, engine.FileVar(row.want));
+  }
+}
+
+TEST_F(Record, OpenLosesBlanksOfTheFileVarAndOnlyExactlyTrueIsSuccess) {
+  engine.File("f", " acc . f . 1 ");
+  std::string name = "F";
+  std::string fileVar;
+  EXPECT_TRUE(OOpen(name, fileVar));
+  EXPECT_EQ(fileVar, "acc.f.1");
+  Trace();
+  for (VariantBool answer : {VariantBool{1}, kFalse, VariantBool{-2}}) {
+    fileVar = "left alone";
+    engine.NextCalls("OpenFile", {{.answer = answer, .detail = "no table"}});
+    EXPECT_FALSE(OOpen(name, fileVar)) << answer;
+    EXPECT_EQ(fileVar, "left alone");
+  }
+  EXPECT_EQ(trace.substr(0, trace.find('\n') + 1), "OOpen ERROR! 'f' no table\n");
+}
+
+// Each wrapper on an item that isn't cached: its call, its answer and trace when the engine says no, its
+// guard.
+TEST_F(Record, EveryWrapperInCallsAndTraceLines) {
+  struct Row {
+    std::string_view guardWord, call;
+    std::function<bool(std::string&, std::string_view file, std::string_view id)> run;
+    std::string_view detailEnd = "";
+  };
+  const Row rows[] = {
+      {"RREAD", "ReadItem(test.f.1, 1)", RREAD, "{CRLF}\n    FV = test.f.1, ID = 1"},
+      {"RREADU", "ReadItemLocked(test.f.1, 1)", RREADU},
+      {"RREADV", "ReadAttribute(test.f.1, 1, 2)",
+       [](auto& t, auto f, auto id) { return RREADV(t, f, id, 2); }},
+      {"RReadVU", "ReadAttributeLocked(test.f.1, 1, 2)",
+       [](auto& t, auto f, auto id) { return RREADVU(t, f, id, 2); }},
+      {"WWRITE", "WriteItem(new, test.f.1, 1)", WWRITE},
+      {"WWRITEU", "WriteItemKeepLock(new, test.f.1, 1)", WWRITEU},
+      {"WWRITEV", "WriteAttribute(new, test.f.1, 1, 2)",
+       [](auto& t, auto f, auto id) { return WWRITEV(t, f, id, 2); }},
+      {"WWRITEVU", "WriteAttributeKeepLock(new, test.f.1, 1, 2)",
+       [](auto& t, auto f, auto id) { return WWRITEVU(t, f, id, 2); }},
+  };
+  Trace();
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.call);
+    const std::string_view operation = row.call.substr(0, row.call.find('('));
+    const std::string word = row.guardWord == "RReadVU" ? "RREADVU" : std::string(row.guardWord);
+    engine.File("f")["1"] = Dyn("A^B");
+    engine.Forget();
+    trace.clear();
+    std::string text = "new";
+    EXPECT_TRUE(row.run(text, "test.f.1", "1"));
+    EXPECT_EQ(engine.Calls(), std::string(row.call) + " true\nGetErrorDetail() ''\n");
+    EXPECT_EQ(trace, "");
+
+    engine.NextCalls(operation, {{.answer = kFalse, .detail = "bad"}});
+    EXPECT_FALSE(row.run(text, "test.f.1", "1"));
+    EXPECT_EQ(trace, word + " ErrorDetail = bad" + std::string(row.detailEnd) + "\n");
+
+    engine.Forget();
+    trace.clear();
+    text = "new";
+    EXPECT_FALSE(row.run(text, "", "")) << "the ID is looked at before the FileVar";
+    EXPECT_EQ(trace, std::string(row.guardWord) + " ALERT, ItemID = '' so exit function (FV = '')\n");
+    EXPECT_EQ(text, word[0] == 'R' ? "" : "new");
+    EXPECT_EQ(engine.Calls(), "");
+
+    engine.NextCalls(operation, {{.detail = "store lost", .fails = true}});
+    EXPECT_THROW(row.run(text, "test.f.1", "1"), EngineFailure);
+  }
+}
+
+TEST_F(Record, CachedReadMissingFileVarDeleteAndReleaseInTraceAndCalls) {
+  engine.File("f")["1"] = "x";
+  engine.File("syscon")["1"] = std::string(40, 'x') + "y";
+  std::string item;
+  RREAD(item, engine.FileVar("syscon"), "1");
+  engine.Forget();
+  Trace();
+  RREAD(item, engine.FileVar("syscon"), "1");
+  EXPECT_FALSE(RREAD(item, "", "1"));
+  EXPECT_EQ(item, "");
+  EXPECT_TRUE(DDELETE("test.f.1", "1"));
+  engine.NextCalls("DeleteItem", {{.answer = kFalse, .detail = "bad"}});
+  EXPECT_FALSE(DDELETE("test.f.1", ""));
+  RRELEASE("test.f.1", "1");
+  RRELEASE("", "");
+  EXPECT_EQ(engine.Calls(),
+            "DeleteItem(test.f.1, 1) true\nGetErrorDetail() ''\n"
+            "DeleteItem(test.f.1, ) false\nGetErrorDetail() 'bad'\n"
+            "ReleaseItem(test.f.1, 1)\nReleaseItem(, )\n");
+  EXPECT_EQ(trace, "   RREAD CACHED Item " + std::string(40, 'x') +
+                       " ...\n"
+                       "RREAD ALERT, FileVariable = '' so exit function.\n"
+                       "Delete FV = test.f.1, ID = 1\n   delete end function\n"
+                       "Delete FV = test.f.1, ID = \nDelete ERROR on Delete = bad\n   delete end function\n"
+                       "RELEASE FV = test.f.1, ID = 1\nRELEASE FV = , ID = \n");
+}
+
+TEST_F(Record, WhichTablesAreCached) {
+  struct Row {
+    std::string_view fileVar;
+    bool cached;
+  };
+  const Row rows[] = {
+      {"a.table.1", true},    {"a.table_nv.1", true}, {"a.w3html.1", true},    {"a.syscon.1", true},
+      {"a.w3syscon.1", true}, {"a.w3guests", true},   {"a.SYSCON.2", true},    {"a.TaBle.2", true},
+      {"a.key_nv.1", false},  {"syscon.a.1", false},  {"a.b.syscon", false},   {"syscon", false},
+      {"a.syscon2.1", false}, {"a.w3.1", false},      {"a.table_dict", false}, {"a..syscon", false},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.fileVar);
+    engine.File(row.fileVar, row.fileVar)["1"] = Dyn("A^B");
+    engine.Forget();
+    std::string text;
+    EXPECT_TRUE(RREAD(text, row.fileVar, "1"));
+    EXPECT_TRUE(RREAD(text, row.fileVar, "1"));
+    EXPECT_EQ(text, Dyn("A^B"));
+    EXPECT_TRUE(RREADV(text, row.fileVar, "1", 2));
+    EXPECT_EQ(text, "B");
+    EXPECT_EQ(engine.CallCount("ReadItem"), row.cached ? 1 : 2);
+    EXPECT_EQ(engine.CallCount("ReadAttribute"), row.cached ? 0 : 1);
+  }
+}
+
+// Each row does one thing, under a planned outcome, to an item that is cached as "A^B" and is "E^F" at the
+// engine. `want` is what a read gives then; all but the deleted item come from the cache.
+TEST_F(Record, WhatChangesACachedItem) {
+  std::string text;
+  struct Row {
+    std::string_view name;
+    std::function<void()> act;
+    std::string_view want, operation = "";
+    Outcome outcome = {};
+  };
+  const Row rows[] = {
+      {"nothing: writes of others don't show", [] {}, "A^B"},
+      {"write", [] { WWRITE("new", kFile, "1"); }, "new"},
+      {"write that keeps the lock", [] { WWRITEU("new", kFile, "1"); }, "new"},
+      {"attribute changes in the cached body", [] { WWRITEV("x", kFile, "1", 2); }, "A^x"},
+      {"attribute beyond the end", [] { WWRITEVU("x", kFile, "1", 4); }, "A^B^^x"},
+      {"write with an error", [] { WWRITE("new", kFile, "1"); }, "A^B", "WriteItem", {.detail = "half"}},
+      {"attribute with error", [] { WWRITEV("x", kFile, "1", 2); }, "A^B", "WriteAttribute", {kFalse, "no"}},
+      {"false without a reason", [] { WWRITE("new", kFile, "1"); }, "new", "WriteItem", {kFalse}},
+      {"locked read", [&] { RREADU(text, kFile, "1"); }, "A^B"},
+      {"delete retires", [] { DDELETE(kFile, "1"); }, ""},
+      {"refused delete", [] { DDELETE(kFile, "1"); }, "A^B", "DeleteItem", {kFalse, "no"}},
+      {"delete of another ID", [] { DDELETE(kFile, "11"); }, "A^B"},
+      {"same ID through another FileVar", [] { WWRITE("new", "u.syscon.1", "1"); }, "A^B"},
+      {"an older error detail", [&] { RREAD(text, kFile, "missing"); }, "A^B"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    LogOn("JET");
+    engine.File("f", kFile) = {{"1", Dyn("A^B")}, {"11", "other"}};
+    engine.File("g", "u.syscon.1");
+    RREAD(text, kFile, "1");
+    engine.File("f")["1"] = Dyn("E^F");
+    engine.NextCalls(row.operation, {row.outcome});
+    row.act();
+    engine.Forget();
+    std::string item;
+    EXPECT_EQ(RREAD(item, kFile, "1"), !row.want.empty());
+    EXPECT_EQ(item, Dyn(row.want));
+    EXPECT_EQ(engine.CallCount("ReadItem"), row.want.empty() ? 1 : 0);
+  }
+}
+
+TEST_F(Record, OnlyFoundItemsEnterAndWritesNeverMakeAnEntry) {
+  engine.File("syscon");
+  const std::string file = engine.FileVar("syscon");
+  std::string item;
+  EXPECT_FALSE(RREAD(item, file, "1"));
+  EXPECT_FALSE(RREAD(item, file, "1"))
+      << "a missing item must not turn into an empty one that reads as found";
+  EXPECT_TRUE(WWRITE("a", file, "1"));
+  EXPECT_TRUE(RREADV(item, file, "1", 1));
+  EXPECT_TRUE(RREADU(item, file, "1"));
+  engine.Forget();
+  EXPECT_TRUE(RREAD(item, file, "1"));
+  EXPECT_EQ(engine.CallCount("ReadItem"), 1);
+  engine.File("syscon")["2"] = "";
+  EXPECT_TRUE(RREAD(item, file, "2"));
+  EXPECT_TRUE(RREAD(item, file, "2")) << "an empty item is an item";
+  EXPECT_EQ(engine.CallCount("ReadItem"), 2);
+}
+
+TEST_F(Record, ARetiredEntryMovesNoOtherAndItsItemEntersAgainAtTheEnd) {
+  engine.File("syscon") = {{"1", "one"}, {"2", "two"}, {"3", "three"}, {"##Deleted##", "odd"}};
+  const std::string file = engine.FileVar("syscon");
+  std::string item;
+  for (std::string_view id : {"1", "2", "3", "##Deleted##"}) RREAD(item, file, id);
+  DDELETE(file, "2");
+  WWRITE("again", file, "2");
+  engine.Forget();
+  std::string read;
+  for (std::string_view id : {"1", "2", "3", "2", "##Deleted##"}) {
+    EXPECT_TRUE(RREAD(item, file, id));
+    read += item + " ";
+  }
+  EXPECT_EQ(read, "one again three again odd ");
+  EXPECT_EQ(engine.CallCount("ReadItem"), 1);
+  EXPECT_EQ(Session().ItemCacheValues.back(), "again");
+  EXPECT_EQ(Session().ItemCacheValues.size(), 6U)
+      << "index 0, four entries, one of them retired, and one again";
+}
+
+TEST_F(Record, LockedReadsOfACachedItemGoToTheEngine) {
+  engine.File("f", kFile) = {{"1", Dyn("A^B")}, {"2", "x"}};
+  std::string text;
+  for (std::string_view id : {"1", "2"}) RREAD(text, kFile, id);
+  engine.File("f")["1"] = Dyn("E^F");
+  engine.LockByOther("f", "2");
+  EXPECT_TRUE(RREADU(text, kFile, "1"));
+  EXPECT_EQ(text, Dyn("E^F"));
+  EXPECT_TRUE(RREADVU(text, kFile, "1", 2));
+  EXPECT_EQ(text, "F");
+  EXPECT_EQ(engine.Locks(), std::set<std::string>{std::string(kFile) + " 1"});
+  EXPECT_FALSE(RREADU(text, kFile, "2"));
+  EXPECT_EQ(ErrorDetail().substr(0, 5), "[920]");
+}
+
+// A look-up must not read all keys: with a hundred times the entries it may cost a few times as much (longer
+// chains, colder memory), never a hundred times.
+TEST_F(Record, ALookUpCostsTheSameInALargeCache) {
+  constexpr int kSmall = 1000;
+  constexpr int kLarge = 100000;
+  constexpr int kLookUps = 2000;
+  constexpr double kRatioLimit = 30;
+  engine.File("syscon");
+  const std::string file = engine.FileVar("syscon");
+  std::string item;
+  const auto fill = [&](int from, int to) {
+    for (int id = from; id <= to; ++id) {
+      engine.File("syscon")[std::to_string(id)] = "x";
+      ASSERT_TRUE(RREAD(item, file, std::to_string(id)));
+    }
+  };
+  const auto fastest = [&](int entries) {
+    double best = 1e9;
+    for (int turn = 0; turn < 5; ++turn) {
+      const auto start = std::chrono::steady_clock::now();
+      for (int step = 1; step <= kLookUps; ++step) {
+        const std::string id = std::to_string(step * (entries / kSmall) % entries + 1);
+        RREAD(item, file, id);
+        RREADV(item, file, id, 1);
+      }
+      best = std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    }
+    return best;
+  };
+  fill(1, kSmall);
+  const double small = fastest(kSmall);
+  fill(kSmall + 1, kLarge);
+  engine.Forget();
+  const double large = fastest(kLarge);
+  EXPECT_EQ(engine.Calls(), "") << "all came from the cache";
+  EXPECT_LT(large, small * kRatioLimit);
+}
+
+}  // namespace
+}  // namespace nvadmin::test

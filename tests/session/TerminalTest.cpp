@@ -1,0 +1,108 @@
+// Terminal input and output: arguments of IInput, the lost port, the trace line.
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "session/Text.h"
+#include "session/basNvLibrary.h"
+#include "tests/support/ScriptedSession.h"
+
+namespace nvadmin::test {
+namespace {
+
+using Terminal = ScriptedSession;
+using std::string_literals::operator""s;
+
+TEST_F(Terminal, InputArgumentsTable) {
+  struct Row {
+    std::string_view name;
+    std::vector<InputArgument> arguments;
+    std::string_view want;  // empty: fails
+  };
+  const Row rows[] = {
+      {"neither", {}, "-1, true"},
+      {"both", {7, false}, "7, false"},
+      {"both as texts", {"12"s, "True"s}, "12, true"},
+      {"both, length from a truth value", {true, 0}, "-1, false"},
+      {"16 bits", {std::int16_t{5}}, "5, true"},
+      {"32 bits", {70000}, "70000, true"},
+      {"single precision", {8.0F}, "8, true"},
+      {"double precision is another type: a boolean", {8.0}, "-1, true"},
+      {"zero in double precision", {0.0}, "-1, false"},
+      {"boolean", {false}, "-1, false"},
+      {"false in any case between blanks", {" False "s}, "-1, false"},
+      {"true", {"TRUE"s}, "-1, true"},
+      {"colon between blanks", {" : "s}, "-1, false"},
+      {"numeric text", {" 40 "s}, "40, true"},
+      {"negative numeric text", {"-1"s}, "-1, true"},
+      {"zero as text is a length", {"0"s}, "0, true"},
+      {"text without a reading", {"yes"s}, ""},
+      {"empty text", {""s}, ""},
+      {"two colons", {"::"s}, ""},
+      {"first of both is no number", {"x"s, true}, ""},
+      {"second of both is no truth value", {1, "x"s}, ""},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    engine.Forget();
+    engine.Type({"typed"});
+    std::string line;
+    const auto read = [&] {
+      if (row.arguments.empty()) return IInput(line);
+      if (row.arguments.size() == 1) return IInput(line, row.arguments[0]);
+      IInput(line, row.arguments[0], row.arguments[1]);
+    };
+    if (row.want.empty()) {
+      EXPECT_THROW(read(), std::exception);
+      EXPECT_EQ(engine.Calls(), "");
+      IInput(line);  // uses up the line
+      continue;
+    }
+    read();
+    EXPECT_EQ(line, "typed");
+    EXPECT_EQ(engine.Calls(), "ReadInput(" + std::string(row.want) + ", -1.000000) 'typed'\n");
+  }
+}
+
+TEST_F(Terminal, OnlyTheExactWordLosesThePort) {
+  struct Row {
+    std::string_view line;
+    bool lost;
+  };
+  for (const Row& row : {Row{"", false}, Row{"<&port_disconnect>", false}, Row{" <&PORT_DISCONNECT>", false},
+                         Row{"<&PORT_DISCONNECT>.", false}, Row{"<&PORT_DISCONNECT>", true}}) {
+    SCOPED_TRACE(row.line);
+    engine.Type({row.line});
+    std::string line = "before";
+    IInput(line);
+    EXPECT_EQ(line, row.line);
+    EXPECT_EQ(Session().Engine == nullptr, row.lost);
+  }
+  EXPECT_THROW(PPrint("x", true), EngineFailure);
+  EXPECT_THROW(ErrorDetail(), EngineFailure);
+}
+
+TEST_F(Terminal, PrintingPassesTextNumberAndLineEndOn) {
+  PPrint("", true);
+  PPrint(-12, false);
+  PPrint(CursorAt(1, 24), false);
+  EXPECT_EQ(engine.Screen(), "$\n-12[AT 1,24]");
+}
+
+TEST_F(Terminal, TraceLineHasSecondsABlankAndTheMessageAndIsSilentWhenOff) {
+  std::vector<std::string> lines;
+  LogLine({"before"});
+  TraceTo([&lines](std::string_view line) { lines.emplace_back(line); });
+  LogLine({"a ", "b"});
+  Session().DebugLog = false;
+  LogLine({"after"});
+  ASSERT_EQ(lines.size(), 1U);
+  const std::string& line = lines[0];
+  const std::string seconds = line.substr(0, line.find(' '));
+  EXPECT_EQ(line.substr(seconds.size()), " a b");
+  EXPECT_EQ(seconds.find_first_not_of("0123456789."), std::string::npos) << line;
+  EXPECT_TRUE(IsNumber(seconds) && LeadingWholeNumber(seconds) < 86400) << line;
+}
+
+}  // namespace
+}  // namespace nvadmin::test
