@@ -1,0 +1,588 @@
+#include "engine/EngineSession.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <exception>
+
+#include "engine/query/Text.h"
+#include "engine/query/Words.h"
+#include "engine/sentences/Arguments.h"
+#include "engine/sentences/RunSentence.h"
+#include "engine/stores/OpenStore.h"
+#include "mv/DynamicArray.h"
+#include "mv/EngineHooks.h"
+
+namespace nvadmin::engine {
+
+namespace {
+
+constexpr std::string_view kDisconnected = "<&PORT_DISCONNECT>";
+
+// Sentences that talk for as long as their port lives: for them the end of a pipe is the end of the port.
+constexpr std::string_view kConversations[] = {"NV.BACKSRV", "MENU"};
+
+constexpr std::int32_t kMostOpenWrites = 10000;
+constexpr auto kLongestOpen = std::chrono::milliseconds(500);
+
+constexpr std::int32_t kFirstBatchItems = 16;
+constexpr std::int32_t kLargestBatchItems = 256;
+constexpr std::size_t kMostAheadBytes = 4u << 20;
+
+// The session whose hooks this thread's conversions use.
+thread_local const EngineSession* hookOwner = nullptr;
+
+std::int32_t NextPortNumber() {
+  static std::atomic<std::int32_t> last = 0;
+  return ++last;
+}
+
+// A FileVar is read by its "."; blanks in it get lost on the way.
+std::string WithoutPeriods(std::string_view name) {
+  std::string encoded;
+  for (const char letter : name) {
+    if (letter == '.' || letter == ' ' || letter == '%') {
+      encoded += fmt::format("%{:02X}", static_cast<unsigned char>(letter));
+    } else {
+      encoded += letter;
+    }
+  }
+  return encoded;
+}
+
+std::string MissingItem(std::string_view id, std::string_view table) {
+  return fmt::format("item {} is not in table {}", Quoted(id), table);
+}
+
+}  // namespace
+
+// A lock taken on the way to something that may yet fail: given back unless kept or held before.
+class EngineSession::LockClaim {
+ public:
+  LockClaim(Locks& locks, const OpenedFile& file, std::string_view id)
+      : locks_(locks), file_(file), id_(id) {}
+  ~LockClaim() {
+    if (fresh_) locks_.Release(file_.account->account.name, file_.tableName, id_);
+  }
+  LockClaim(const LockClaim&) = delete;
+  LockClaim& operator=(const LockClaim&) = delete;
+
+  bool Take(std::string& refusal) {
+    const std::string& account = file_.account->account.name;
+    const bool held = locks_.Holds(account, file_.tableName, id_);
+    if (!locks_.Take(account, file_.tableName, id_, refusal)) return false;
+    fresh_ = !held;
+    return true;
+  }
+  void Keep() { fresh_ = false; }
+
+ private:
+  Locks& locks_;
+  const OpenedFile& file_;
+  std::string_view id_;
+  bool fresh_ = false;
+};
+
+EngineSession::EngineSession(Home& home, Port& port, std::string_view account, std::string_view user)
+    : home_(home),
+      port_(port),
+      user_(user),
+      portNumber_(NextPortNumber()),
+      locks_(home.LocksFile(), fmt::format("{} on port {} of process {}", user, portNumber_, getpid())) {
+  std::string error;
+  if (!EnterAccount(account, error)) throw EngineFailure(error);
+  InstallHooks();
+}
+
+EngineSession::~EngineSession() {
+  if (hookOwner == this) {
+    mv::Hooks() = {};
+    hookOwner = nullptr;
+  }
+  // A failure here loses only writes that nobody was told of.
+  try {
+    CommitWrites();
+  } catch (const std::exception&) {
+  }
+}
+
+void EngineSession::InstallHooks() {
+  hookOwner = this;
+  mv::Hooks().readItem = [this](std::string_view file, std::string_view id, std::string& item) {
+    const std::int32_t index = FindOrOpen(file);
+    return index >= 0 && !id.empty() && CurrentStore().Read(files_[index].table, id, item);
+  };
+  mv::Hooks().sendToClient = [this](std::string_view text) { WriteOutput(text, true); };
+}
+
+void EngineSession::StopIfInterrupted() const {
+  if (interrupted_.load(std::memory_order_relaxed)) throw EngineFailure("interrupted");
+}
+
+bool EngineSession::Refuse(std::string text) {
+  errorDetail_ = std::move(text);
+  return false;
+}
+
+// --- The result grid and the small services.
+
+std::shared_ptr<SharedDictionary> EngineSession::GetSharedDictionary() { return nullptr; }
+
+std::string EngineSession::GetOutputMode() { return port_.ShowsPages() ? "HTML" : ""; }
+
+std::string EngineSession::GetResultCell(std::int32_t column, std::int32_t row) {
+  const std::string_view cell = grid_.Cell(column, row);
+  if (column == 0) walkRow_ = row;
+  return std::string(cell);
+}
+
+std::int32_t EngineSession::GetResultBound(std::int32_t dimension) {
+  if (dimension == 1) return grid_.HighestColumn();
+  if (dimension == 2) return grid_.HighestRow();
+  throw EngineFailure(fmt::format("the result grid has no dimension {}: 1 is columns, 2 is rows", dimension));
+}
+
+std::string EngineSession::GetErrorDetail() { return errorDetail_; }
+
+std::string EngineSession::CursorString(std::int32_t column, std::int32_t row) {
+  return port_.CursorString(column, row);
+}
+
+// --- Input and output.
+
+bool EngineSession::ReadInput(std::string& target, std::int32_t length, bool lineEnd, float /*wait*/) {
+  StopIfInterrupted();
+  if (!(progressShown_ && WritesMayStayOpen())) CommitWrites();
+  progressShown_ = false;
+  ForgetWhatOthersMayChange();
+
+  port_.Flush();
+  const InputResult result = port_.ReadLine(target, length, lineEnd);
+  StopIfInterrupted();
+  switch (result) {
+    case InputResult::kLine:
+      break;
+    case InputResult::kEnd: {
+      const auto isTyped = [verb = FirstWord(typedSentence_)](std::string_view word) {
+        return SameWord(word, verb);
+      };
+      target =
+          std::any_of(std::begin(kConversations), std::end(kConversations), isTyped) ? kDisconnected : "";
+      break;
+    }
+    case InputResult::kLost:
+      target = kDisconnected;
+      break;
+  }
+  return result == InputResult::kLine;
+}
+
+void EngineSession::WriteOutput(std::string_view text, bool lineEnd) {
+  StopIfInterrupted();
+  if (writing_ != nullptr) {
+    progressShown_ = lineEnd && text.ends_with(kProgressWord) && port_.ShowsPages() && WritesMayStayOpen();
+    if (!progressShown_) CommitOpenWrites();
+  }
+  port_.Write(text, lineEnd);
+}
+
+// --- Sentences.
+
+std::string EngineSession::ExecuteSentence(std::string_view sentence) {
+  StopIfInterrupted();
+  ForgetWhatOthersMayChange();
+  walkRow_ = 0;
+  SentenceResult result = RunSentence(*this, sentence);
+  if (result.ok) {
+    errorDetail_.clear();
+    return std::move(result.text);
+  }
+  errorDetail_ = std::move(result.text);
+  typedSentenceError_ = errorDetail_;
+  return "ERROR";
+}
+
+void EngineSession::BeginTypedSentence(std::string_view sentence) {
+  typedSentence_ = sentence;
+  typedSentenceError_.clear();
+  activeList_ = std::exchange(keptList_, std::nullopt);
+  interrupted_ = false;
+}
+
+void EngineSession::EndTypedSentence() {
+  typedSentence_.clear();
+  activeList_.reset();
+  interrupted_ = false;
+  CommitWrites();
+}
+
+void EngineSession::Interrupt() noexcept {
+  interrupted_ = true;
+  if (Store* store = store_.load()) store->Interrupt();
+}
+
+const ResultGrid* EngineSession::ActiveListFor(std::string_view sentence) const {
+  return IsTypedSentence(sentence) ? ActiveList() : nullptr;
+}
+
+void EngineSession::KeepList() {
+  ResultGrid list;
+  list.Start(1);
+  for (std::int32_t row = 1; row <= grid_.HighestRow(); ++row) list.AppendCell(grid_.Cell(0, row));
+  keptList_ = std::move(list);
+}
+
+// --- Accounts and files.
+
+bool EngineSession::EnterAccount(std::string_view name, std::string& error) {
+  CommitWrites();
+  const std::optional<Account> found = home_.FindAccount(name);
+  if (!found) {
+    error = fmt::format("there is no account {}; the command 'nvadmin account list' shows the accounts",
+                        Quoted(name));
+    return false;
+  }
+  std::unique_ptr<EnteredAccount>& entered = accounts_[found->name];
+  if (entered == nullptr) {
+    auto opened = std::make_unique<EnteredAccount>();
+    opened->account = *found;
+    try {
+      opened->store = OpenStore(home_, *found);
+    } catch (const EngineFailure& failure) {
+      accounts_.erase(found->name);
+      error = failure.what();
+      return false;
+    }
+    entered = std::move(opened);
+  }
+  current_ = entered.get();
+  store_ = current_->store.get();
+  return true;
+}
+
+std::int32_t EngineSession::FindOrOpen(std::string_view name) {
+  const auto known = current_->fileByName.find(name);
+  if (known != current_->fileByName.end()) return known->second;
+
+  TableHandle table = 0;
+  std::string error;
+  if (!CurrentStore().OpenTable(name, table, error)) return -1;
+  const auto [file, isNew] =
+      current_->fileByTable.try_emplace(table, static_cast<std::int32_t>(files_.size()));
+  if (isNew) {
+    OpenedFile opened;
+    opened.account = current_;
+    opened.table = table;
+    opened.tableName = CurrentStore().Describe(table).name;
+    opened.index = file->second;
+    opened.fileVar = fmt::format("{}.{}.{}", WithoutPeriods(current_->account.name),
+                                 WithoutPeriods(opened.tableName), opened.index);
+    files_.push_back(std::move(opened));
+  }
+  current_->fileByName.emplace(name, file->second);
+  return file->second;
+}
+
+std::string EngineSession::UnknownFile(std::string_view name) const {
+  return fmt::format("file {} is not in account {}; LISTF lists the files", Quoted(name),
+                     current_->account.name);
+}
+
+VariantBool EngineSession::OpenFile(std::string_view name, std::string& fileVar) {
+  const std::int32_t index = FindOrOpen(name);
+  if (index < 0) {
+    Refuse(UnknownFile(name));
+    return kFalse;
+  }
+  errorDetail_.clear();
+  fileVar = files_[index].fileVar;
+  return kTrue;
+}
+
+const EngineSession::OpenedFile* EngineSession::FindFile(std::string_view fileVar) {
+  errorDetail_.clear();
+  if (fileVar.empty()) {
+    Refuse("the FileVar is empty; open the file first");
+    return nullptr;
+  }
+  const std::string_view number = fileVar.substr(fileVar.rfind('.') + 1);
+  std::size_t index = files_.size();
+  std::from_chars(number.data(), number.data() + number.size(), index);
+  if (index < files_.size() && files_[index].fileVar == fileVar) return &files_[index];
+  throw EngineFailure(fmt::format("{} is no FileVar of this session; open the file first", Quoted(fileVar)));
+}
+
+const EngineSession::OpenedFile* EngineSession::FindFileToChange(std::string_view fileVar) {
+  if (writing_ != nullptr && !writing_->HasOpenWrites()) CommitOpenWrites();
+  return FindFile(fileVar);
+}
+
+void EngineSession::ForgetWhatOthersMayChange() {
+  DropReadAhead();
+  for (auto& [name, entered] : accounts_) entered->fileByName.clear();
+}
+
+// --- Reading.
+
+bool EngineSession::ReadItem(std::string& item, std::string_view fileVar, std::string_view id) {
+  StopIfInterrupted();
+  const OpenedFile* file = FindFile(fileVar);
+  bool found = false;
+  buffer_.clear();
+  if (file != nullptr) {
+    if (const BatchItem* ahead = ReadAlong(*file, id)) {
+      found = ahead->found;
+      buffer_ = ahead->item;
+    } else {
+      found = file->account->store->Read(file->table, id, buffer_);
+    }
+    if (!found) Refuse(MissingItem(id, file->tableName));
+  }
+  item.swap(buffer_);
+  return found;
+}
+
+bool EngineSession::ReadAttribute(std::string& value, std::string_view fileVar, std::string_view id,
+                                  std::int32_t attribute) {
+  StopIfInterrupted();
+  const OpenedFile* file = FindFile(fileVar);
+  bool found = false;
+  buffer_.clear();
+  if (file != nullptr) {
+    found = file->account->store->ReadAttribute(file->table, id, attribute, buffer_);
+    if (!found) Refuse(MissingItem(id, file->tableName));
+  }
+  value.swap(buffer_);
+  return found;
+}
+
+// The item of the walk's row when it lies ready; null: it is to be read from the store. The first row of a
+// walk is read plainly, and so is each row of a walk that writes between: only the second row in order starts
+// a batch.
+const BatchItem* EngineSession::ReadAlong(const OpenedFile& file, std::string_view id) {
+  std::string_view key;
+  if (walkRow_ < 1 || !grid_.FindCell(0, walkRow_, key) || key != id) return nullptr;
+
+  if (ahead_.file != file.index) {
+    const bool servesAnother = ahead_.file >= 0 && walkRow_ < ahead_.nextRow;
+    if (!servesAnother) StartReadAhead(file);
+    return nullptr;
+  }
+  if (walkRow_ == ahead_.nextRow) FillReadAhead(file);
+  const std::int32_t within = walkRow_ - ahead_.firstRow;
+  if (within >= 0 && within < ahead_.kept) return &ahead_.items[within];
+  StartReadAhead(file);
+  return nullptr;
+}
+
+void EngineSession::StartReadAhead(const OpenedFile& file) {
+  ahead_.file = file.index;
+  ahead_.firstRow = walkRow_;
+  ahead_.kept = 0;
+  ahead_.nextRow = walkRow_ + 1;
+  ahead_.batchSize = kFirstBatchItems;
+}
+
+void EngineSession::FillReadAhead(const OpenedFile& file) {
+  const std::int32_t count = std::min(ahead_.batchSize, grid_.HighestRow() - walkRow_ + 1);
+  std::vector<std::string_view> ids(count);
+  for (std::int32_t row = 0; row < count; ++row) grid_.FindCell(0, walkRow_ + row, ids[row]);
+  ahead_.kept = 0;
+  file.account->store->ReadBatch(file.table, ids, ahead_.items);
+
+  // What lies beyond the limit is given back and read again when its turn comes.
+  std::size_t bytes = 0;
+  while (ahead_.kept < count && (ahead_.kept == 0 || bytes < kMostAheadBytes))
+    bytes += ahead_.items[ahead_.kept++].item.size();
+  ahead_.items.resize(ahead_.kept);
+  ahead_.firstRow = walkRow_;
+  ahead_.nextRow = walkRow_ + ahead_.kept;
+  const std::size_t average = bytes / ahead_.kept + 1;
+  const std::size_t fitting = std::clamp<std::size_t>(kMostAheadBytes / average, 1, kLargestBatchItems);
+  ahead_.batchSize = std::min(ahead_.batchSize * 2, static_cast<std::int32_t>(fitting));
+}
+
+// --- Locked reads, writes and locks.
+
+bool EngineSession::ReadItemLocked(std::string& item, std::string_view fileVar, std::string_view id) {
+  return ReadLocked(item, fileVar, id, nullptr);
+}
+
+bool EngineSession::ReadAttributeLocked(std::string& value, std::string_view fileVar, std::string_view id,
+                                        std::int32_t attribute) {
+  return ReadLocked(value, fileVar, id, &attribute);
+}
+
+// `attribute` null: the whole item.
+bool EngineSession::ReadLocked(std::string& text, std::string_view fileVar, std::string_view id,
+                               const std::int32_t* attribute) {
+  StopIfInterrupted();
+  const OpenedFile* file = FindFileToChange(fileVar);
+  bool found = false;
+  buffer_.clear();
+  if (file != nullptr) {
+    LockClaim claim(locks_, *file, id);
+    if (claim.Take(errorDetail_)) {
+      errorDetail_.clear();
+      BeginWrites(*file);
+      Store& store = *file->account->store;
+      found = attribute == nullptr ? store.Read(file->table, id, buffer_)
+                                   : store.ReadAttribute(file->table, id, *attribute, buffer_);
+      KeepAtCommit(*file, id);
+      claim.Keep();
+    }
+  }
+  text.swap(buffer_);
+  return found;
+}
+
+bool EngineSession::WriteItem(std::string_view item, std::string_view fileVar, std::string_view id) {
+  return Put({.text = item}, fileVar, id, LockAfter::kReleased);
+}
+
+bool EngineSession::WriteItemKeepLock(std::string_view item, std::string_view fileVar, std::string_view id) {
+  return Put({.text = item}, fileVar, id, LockAfter::kKept);
+}
+
+bool EngineSession::WriteAttribute(std::string_view value, std::string_view fileVar, std::string_view id,
+                                   std::int32_t attribute) {
+  return PutAttribute(value, fileVar, id, attribute, LockAfter::kReleased);
+}
+
+bool EngineSession::WriteAttributeKeepLock(std::string_view value, std::string_view fileVar,
+                                           std::string_view id, std::int32_t attribute) {
+  return PutAttribute(value, fileVar, id, attribute, LockAfter::kKept);
+}
+
+bool EngineSession::PutAttribute(std::string_view value, std::string_view fileVar, std::string_view id,
+                                 std::int32_t attribute, LockAfter lockAfter) {
+  if (attribute < 1 && attribute != -1) {
+    return Refuse(
+        fmt::format("attribute {} of item {} can't be written: attributes count from 1, and -1 appends one",
+                    attribute, Quoted(id)));
+  }
+  return Put({.text = value, .isAttribute = true, .attribute = attribute}, fileVar, id, lockAfter);
+}
+
+bool EngineSession::Put(const Change& change, std::string_view fileVar, std::string_view id,
+                        LockAfter lockAfter) {
+  const OpenedFile* file = FindFileToChange(fileVar);
+  if (file == nullptr) return false;
+  if (id.empty()) return Refuse(fmt::format("an item of table {} can't have an empty ID", file->tableName));
+  DropReadAhead();
+
+  // The lock first, then the transaction; without a lock of its own a write asks behind the transaction's
+  // start.
+  std::string error;
+  LockClaim claim(locks_, *file, id);
+  if (lockAfter == LockAfter::kKept && !claim.Take(error)) return Refuse(std::move(error));
+  BeginWrites(*file);
+  if (lockAfter == LockAfter::kReleased &&
+      !locks_.Check(file->account->account.name, file->tableName, id, error)) {
+    return Refuse(std::move(error));
+  }
+
+  Store& store = *file->account->store;
+  std::string changed;
+  std::string_view item = change.text;
+  if (change.isAttribute) {
+    store.Read(file->table, id, buffer_);
+    changed = mv::Replace(buffer_, change.attribute, 0, 0, change.text);
+    item = changed;
+  }
+  if (!store.Write(file->table, id, item, error)) return Refuse(std::move(error));
+
+  ++writesQueued_;
+  if (lockAfter == LockAfter::kKept) {
+    KeepAtCommit(*file, id);
+    claim.Keep();
+  } else {
+    ReleaseAtCommit(*file, id);
+  }
+  return true;
+}
+
+bool EngineSession::DeleteItem(std::string_view fileVar, std::string_view id) {
+  const OpenedFile* file = FindFileToChange(fileVar);
+  if (file == nullptr) return false;
+  DropReadAhead();
+  BeginWrites(*file);
+  std::string error;
+  if (!locks_.Check(file->account->account.name, file->tableName, id, error)) return Refuse(std::move(error));
+
+  Store& store = *file->account->store;
+  const bool erased = store.Erase(file->table, id, error);
+  const bool isGone = erased || !store.Read(file->table, id, buffer_);
+  if (isGone) ReleaseAtCommit(*file, id);
+  if (!erased) return Refuse(error.empty() ? MissingItem(id, file->tableName) : std::move(error));
+  ++writesQueued_;
+  return true;
+}
+
+void EngineSession::ReleaseItem(std::string_view fileVar, std::string_view id) {
+  if (fileVar.empty()) {
+    errorDetail_.clear();
+    if (!id.empty()) return;
+    CommitWrites();
+    return locks_.ReleaseAll();
+  }
+  const OpenedFile* file = FindFile(fileVar);
+  if (id.empty()) {
+    CommitWrites();
+    return locks_.ReleaseTable(file->account->account.name, file->tableName);
+  }
+  if (writing_ != nullptr) return ReleaseAtCommit(*file, id);
+  locks_.Release(file->account->account.name, file->tableName, id);
+}
+
+bool EngineSession::HoldsItem(std::string_view fileVar, std::string_view id) {
+  const OpenedFile* file = FindFile(fileVar);
+  return file != nullptr && locks_.Holds(file->account->account.name, file->tableName, id) &&
+         !releaseAtCommit_.contains({file->index, std::string(id)});
+}
+
+void EngineSession::BeginWrites(const OpenedFile& file) {
+  Store& store = *file.account->store;
+  if (writing_ == &store) return;
+  CommitWrites();
+  store.BeginWrites();
+  writing_ = &store;
+  writesOpenSince_ = std::chrono::steady_clock::now();
+  writesQueued_ = 0;
+}
+
+bool EngineSession::WritesMayStayOpen() const {
+  return writesQueued_ < kMostOpenWrites &&
+         std::chrono::steady_clock::now() - writesOpenSince_ < kLongestOpen;
+}
+
+void EngineSession::CommitOpenWrites() {
+  Store& store = *std::exchange(writing_, nullptr);
+  try {
+    store.Commit();
+  } catch (...) {
+    ReleaseWaitingLocks();
+    throw;
+  }
+  ReleaseWaitingLocks();
+}
+
+void EngineSession::ReleaseAtCommit(const OpenedFile& file, std::string_view id) {
+  if (!locks_.Holds(file.account->account.name, file.tableName, id)) return;
+  releaseAtCommit_.emplace(file.index, id);
+}
+
+void EngineSession::KeepAtCommit(const OpenedFile& file, std::string_view id) {
+  if (!releaseAtCommit_.empty()) releaseAtCommit_.erase({file.index, std::string(id)});
+}
+
+void EngineSession::ReleaseWaitingLocks() {
+  for (const auto& [index, id] : std::exchange(releaseAtCommit_, {})) {
+    const OpenedFile& file = files_[index];
+    locks_.Release(file.account->account.name, file.tableName, id);
+  }
+}
+
+}  // namespace nvadmin::engine

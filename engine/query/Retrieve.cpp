@@ -1,0 +1,83 @@
+#include "engine/query/Retrieve.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+namespace nvadmin::engine {
+namespace {
+
+// So many items are read at once: few enough to hold large ones, enough to make a server's round trip cheap.
+constexpr std::size_t kItemsPerBatch = 200;
+
+std::vector<std::string_view> KeysOf(const ResultGrid& list) {
+  std::vector<std::string_view> keys;
+  const std::int32_t rows = list.HighestRow();
+  keys.reserve(static_cast<std::size_t>(std::max(rows, 0)));
+  std::string_view key;
+  for (std::int32_t row = 1; row <= rows && list.FindCell(0, row, key); ++row) keys.push_back(key);
+  return keys;
+}
+
+void RetrieveKeys(Store& store, TableHandle table, std::span<const std::string_view> ids,
+                  const Columns& columns, const RowVisitor& visit) {
+  Row row(columns);
+  if (!columns.NeedsItem()) {
+    for (const std::string_view id : ids) {
+      row.EnterScanned(id, {});
+      visit(row);
+    }
+    return;
+  }
+  ReadItems(store, table, ids, [&](std::string_view id, const BatchItem& item) {
+    if (!item.found) return true;
+    row.EnterWhole(id, item.item);
+    visit(row);
+    return true;
+  });
+}
+
+}  // namespace
+
+KeySource FindKeys(const Query& query, const ResultGrid* activeList) {
+  KeySource source;
+  source.isWholeFile = query.ids.empty() && activeList == nullptr;
+  if (activeList != nullptr) source.ids = KeysOf(*activeList);
+  if (query.ids.empty()) return source;
+  if (activeList == nullptr) {
+    for (const Word& id : query.ids) source.ids.push_back(id.text);
+    return source;
+  }
+  std::unordered_set<std::string_view> named;
+  for (const Word& id : query.ids) named.insert(id.text);
+  std::erase_if(source.ids, [&named](std::string_view key) { return !named.contains(key); });
+  return source;
+}
+
+void Retrieve(Store& store, TableHandle table, const KeySource& source, const Columns& columns,
+              const RowVisitor& visit) {
+  if (!source.isWholeFile) {
+    RetrieveKeys(store, table, source.ids, columns, visit);
+    return;
+  }
+  Row row(columns);
+  store.Scan(table, columns.Needed(), [&](std::string_view id, std::span<const std::string_view> values) {
+    row.EnterScanned(id, values);
+    visit(row);
+    return true;
+  });
+}
+
+void ReadItems(Store& store, TableHandle table, std::span<const std::string_view> ids,
+               const ItemVisitor& visit) {
+  std::vector<BatchItem> items;
+  while (!ids.empty()) {
+    const std::span<const std::string_view> batch = ids.first(std::min(kItemsPerBatch, ids.size()));
+    store.ReadBatch(table, batch, items);
+    for (std::size_t at = 0; at < batch.size(); ++at) {
+      if (!visit(batch[at], items[at])) return;
+    }
+    ids = ids.subspan(batch.size());
+  }
+}
+
+}  // namespace nvadmin::engine

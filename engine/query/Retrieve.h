@@ -1,0 +1,38 @@
+// Which items a query looks at, and the walk over them.
+// A query over the whole file scans it, and the store hands out just the attributes that the columns need. A
+// query over known keys reads their items in batches; if nothing of the items is needed, it reads nothing and
+// keeps every key, also one without an item.
+#pragma once
+
+#include <functional>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "engine/query/Columns.h"
+#include "engine/query/Query.h"
+#include "engine/stores/Store.h"
+
+namespace nvadmin::engine {
+
+struct KeySource {
+  bool isWholeFile = true;
+  std::vector<std::string_view> ids;  // otherwise, in order; views of the sentence or the active list
+};
+
+// The item IDs that the sentence names; of an active list those that the sentence names, or all, in the
+// list's order.
+KeySource FindKeys(const Query& query, const ResultGrid* activeList);
+
+using RowVisitor = std::function<void(Row& row)>;
+
+// Calls `visit` with each item.
+void Retrieve(Store& store, TableHandle table, const KeySource& source, const Columns& columns,
+              const RowVisitor& visit);
+
+// Calls `visit` with each of the keys and its item. True: the visitor wants more.
+using ItemVisitor = std::function<bool(std::string_view id, const BatchItem& item)>;
+void ReadItems(Store& store, TableHandle table, std::span<const std::string_view> ids,
+               const ItemVisitor& visit);
+
+}  // namespace nvadmin::engine

@@ -1,0 +1,58 @@
+// Small routines on the bytes of words and values.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "engine/Marks.h"
+
+namespace nvadmin::engine {
+
+inline bool IsDigit(char character) { return character >= '0' && character <= '9'; }
+
+// Capitals of the letters A to Z; other bytes stay.
+inline char Capital(char character) {
+  return character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A') : character;
+}
+
+inline std::string Capitals(std::string_view text) {
+  std::string capitals(text);
+  std::transform(capitals.begin(), capitals.end(), capitals.begin(), Capital);
+  return capitals;
+}
+
+// Whether two words are the same in any letter case.
+inline bool SameWord(std::string_view left, std::string_view right) {
+  return left.size() == right.size() &&
+         std::equal(left.begin(), left.end(), right.begin(),
+                    [](char one, char other) { return Capital(one) == Capital(other); });
+}
+
+inline std::string_view Trimmed(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(' ');
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(' ') - first + 1);
+}
+
+// The marks that end a single value: subvalues count as values throughout the query language.
+inline bool EndsValue(char character) { return character == kValueMark || character == kSubvalueMark; }
+inline bool IsMark(char character) { return character == kAttributeMark || EndsValue(character); }
+
+// Length of the single value at the start of an attribute.
+inline std::size_t ValueLength(std::string_view values) {
+  return static_cast<std::size_t>(std::find_if(values.begin(), values.end(), EndsValue) - values.begin());
+}
+
+// Hashes texts of any kind, so that maps with string keys can be asked with views.
+struct TextHash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view text) const { return std::hash<std::string_view>{}(text); }
+};
+template <typename Value>
+using TextMap = std::unordered_map<std::string, Value, TextHash, std::equal_to<>>;
+
+}  // namespace nvadmin::engine

@@ -1,0 +1,147 @@
+// Sentences on whole files. A file that another session holds an item of is neither cleared nor deleted.
+#include <fmt/format.h>
+
+#include <array>
+
+#include "engine/Marks.h"
+#include "engine/query/Words.h"
+#include "engine/sentences/Arguments.h"
+#include "engine/sentences/Printout.h"
+#include "engine/sentences/VerbGroups.h"
+
+namespace nvadmin::engine {
+
+namespace {
+
+constexpr std::int32_t kDictionaryColumns = 15;
+constexpr int kMostColumns = 10000;
+
+// The dictionary of a file, or nothing for a file that is a dictionary itself or has none of its own.
+bool FindDictionary(EngineSession& session, std::string_view file, std::string& dictionary) {
+  if (file.starts_with("DICT ")) return false;
+  dictionary = fmt::format("DICT {}", file);
+  TableHandle table = 0;
+  std::string error;
+  Store& store = session.CurrentStore();
+  return store.OpenTable(dictionary, table, error) && store.Describe(table).layout != Layout::kBuiltIn;
+}
+
+// Whether another session holds an item that is in the table; `refusal` then names it. What the session holds
+// itself is no hindrance.
+bool IsLockedByAnother(EngineSession& session, TableHandle table, std::string& refusal) {
+  Store& store = session.CurrentStore();
+  const std::string name = store.Describe(table).name;
+  const std::string& account = session.CurrentAccount().name;
+  bool locked = false;
+  store.Scan(table, {}, [&](std::string_view id, std::span<const std::string_view>) {
+    locked = !session.ItemLocks().Check(account, name, id, refusal);
+    return !locked;
+  });
+  return locked;
+}
+
+// Opens the table of a file that is to lose its items. False, with the reason, when it isn't there or is in
+// use.
+bool ClaimFile(EngineSession& session, std::string_view file, SentenceResult& refusal) {
+  session.CommitWrites();
+  TableHandle table = 0;
+  std::string error;
+  refusal.ok = false;
+  if (!session.CurrentStore().OpenTable(file, table, error)) {
+    refusal.text = session.UnknownFile(file);
+    return false;
+  }
+  if (IsLockedByAnother(session, table, refusal.text)) return false;
+  session.ItemLocks().ReleaseTable(session.CurrentAccount().name,
+                                   session.CurrentStore().Describe(table).name);
+  return true;
+}
+
+SentenceResult ListFiles(EngineSession& session, std::string_view sentence) {
+  Arguments arguments(sentence);
+  if (!arguments.End()) return arguments.Refusal();
+  const std::vector<std::string> names = session.CurrentStore().TableNames(/*withDictionaries=*/false);
+  return {true, fmt::format("{}", fmt::join(names, std::string_view(&kAttributeMark, 1)))};
+}
+
+SentenceResult CreateFile(EngineSession& session, std::string_view sentence) {
+  Arguments arguments(sentence);
+  std::string file, dictionary;
+  int columns = 0;
+  if (!arguments.TakeFile(file)) return arguments.Refusal();
+  const bool hasColumns = !arguments.AtEnd();
+  if (hasColumns && !arguments.TakeNumber("number of columns", 1, kMostColumns, columns))
+    return arguments.Refusal();
+  if (!arguments.End()) return arguments.Refusal();
+
+  const bool isDictionary = file.starts_with("DICT ");
+  if (isDictionary && !hasColumns) columns = kDictionaryColumns;
+  session.CommitWrites();
+  SentenceResult result{false, {}};
+  Store& store = session.CurrentStore();
+  if (!store.CreateTable(file, columns, result.text)) return result;
+
+  Printout printout(session);
+  printout.Line(columns == 0
+                    ? fmt::format("file {} created, an item a row", Quoted(file))
+                    : fmt::format("file {} created with {}", Quoted(file), Counted(columns, "column")));
+  if (isDictionary) return printout.Done();
+  if (FindDictionary(session, file, dictionary)) {
+    printout.Line(fmt::format("file {} was there already and stays", Quoted(dictionary)));
+    return printout.Done();
+  }
+  if (!store.CreateTable(dictionary, kDictionaryColumns, result.text)) {
+    result.text = fmt::format("the file was created, its dictionary was not: {}", result.text);
+    return result;
+  }
+  printout.Line(
+      fmt::format("file {} created with {}", Quoted(dictionary), Counted(kDictionaryColumns, "column")));
+  return printout.Done();
+}
+
+SentenceResult ClearFile(EngineSession& session, std::string_view sentence) {
+  Arguments arguments(sentence);
+  std::string file;
+  if (!arguments.TakeFile(file) || !arguments.End()) return arguments.Refusal();
+  SentenceResult refusal;
+  if (!ClaimFile(session, file, refusal)) return refusal;
+  if (!session.CurrentStore().ClearTable(file, refusal.text)) return refusal;
+  Printout printout(session);
+  printout.Line(fmt::format("file {} cleared", Quoted(file)));
+  return printout.Done();
+}
+
+SentenceResult DeleteFile(EngineSession& session, std::string_view sentence) {
+  Arguments arguments(sentence);
+  std::string file, dictionary;
+  if (!arguments.TakeFile(file) || !arguments.End()) return arguments.Refusal();
+  const bool hasDictionary = FindDictionary(session, file, dictionary);
+  SentenceResult refusal;
+  if (!ClaimFile(session, file, refusal)) return refusal;
+  if (hasDictionary && !ClaimFile(session, dictionary, refusal)) return refusal;
+
+  Store& store = session.CurrentStore();
+  if (!store.DropTable(file, refusal.text)) return refusal;
+  Printout printout(session);
+  printout.Line(fmt::format("file {} deleted", Quoted(file)));
+  // A store may have dropped the dictionary with its file.
+  if (!FindDictionary(session, file, dictionary)) return printout.Done();
+  if (!store.DropTable(dictionary, refusal.text)) return refusal;
+  printout.Line(fmt::format("file {} deleted", Quoted(dictionary)));
+  return printout.Done();
+}
+
+constexpr std::array<Verb, 4> kVerbs = {{
+    {"LISTF", VerbKind::kAnswers, ListFiles, "LISTF", "List the files of the account."},
+    {"CREATE-FILE", VerbKind::kPrints, CreateFile, "CREATE-FILE [DICT] file [columns]",
+     "Make a file and its dictionary; columns is the number of attributes that get a column each."},
+    {"DELETE-FILE", VerbKind::kPrints, DeleteFile, "DELETE-FILE [DICT] file",
+     "Delete a file and its dictionary."},
+    {"CLEAR-FILE", VerbKind::kPrints, ClearFile, "CLEAR-FILE [DICT] file", "Delete all items of a file."},
+}};
+
+}  // namespace
+
+std::span<const Verb> FileVerbs() { return kVerbs; }
+
+}  // namespace nvadmin::engine

@@ -1,0 +1,254 @@
+// SQL of the user on the SQLite store: what is refused, what is read as the engine's own sentence, and the
+// rest, which SQLite runs under the authorizer.
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "engine/CodePage.h"
+#include "engine/stores/SqliteStore.h"
+#include "engine/stores/StoredText.h"
+#include "engine/stores/TableNames.h"
+
+namespace nvadmin::engine {
+
+namespace {
+
+constexpr std::uint64_t kLargestResult = std::uint64_t{1} << 30;
+constexpr std::string_view kNoStatement = "there is no SQL statement";
+
+// First words of statements that change rows, and of those that give rows whatever they say.
+constexpr std::string_view kChangingWords[] = {"INSERT", "UPDATE", "DELETE", "REPLACE", "WITH"};
+constexpr std::string_view kQueryWords[] = {"SELECT", "WITH", "VALUES", "EXPLAIN"};
+
+// Raises a flag for a scope.
+class FlagRaised {
+ public:
+  explicit FlagRaised(bool& flag) : flag_(flag) { flag_ = true; }
+  ~FlagRaised() { flag_ = false; }
+  FlagRaised(const FlagRaised&) = delete;
+  FlagRaised& operator=(const FlagRaised&) = delete;
+
+ private:
+  bool& flag_;
+};
+
+bool IsOneOf(const SqlToken& token, std::span<const std::string_view> words) {
+  return std::any_of(words.begin(), words.end(),
+                     [&](std::string_view word) { return IsSqlWord(token, word); });
+}
+
+}  // namespace
+
+int SqliteStore::Authorize(void* store, int action, const char* first, const char* second,
+                           const char* /*database*/, const char* inner) {
+  constexpr std::string_view kTemporary = "it would be gone with the session";
+  constexpr std::string_view kVirtual = "it may reach outside the account";
+  struct Refused {
+    int action;
+    std::string_view what;
+    std::string_view why;
+  };
+  static constexpr Refused kRefused[] = {
+      {SQLITE_ATTACH, "ATTACH", kReachesOutside},
+      {SQLITE_DETACH, "DETACH", kReachesOutside},
+      {SQLITE_PRAGMA, "PRAGMA", kReachesOutside},
+      {SQLITE_TRANSACTION, "a transaction", kOwnTransactions},
+      {SQLITE_SAVEPOINT, "a savepoint", kOwnTransactions},
+      {SQLITE_CREATE_VTABLE, "a virtual table", kVirtual},
+      {SQLITE_DROP_VTABLE, "a virtual table", kVirtual},
+      {SQLITE_CREATE_TEMP_TABLE, "a temporary table", kTemporary},
+      {SQLITE_CREATE_TEMP_VIEW, "a temporary view", kTemporary},
+      {SQLITE_CREATE_TEMP_TRIGGER, "a temporary trigger", kTemporary},
+      {SQLITE_CREATE_TEMP_INDEX, "a temporary index", kTemporary},
+  };
+  struct Noted {
+    int action;
+    std::string_view what;
+  };
+  static constexpr Noted kNoted[] = {
+      {SQLITE_CREATE_TABLE, "table {} created"},     {SQLITE_DROP_TABLE, "table {} dropped"},
+      {SQLITE_CREATE_INDEX, "index {} created"},     {SQLITE_DROP_INDEX, "index {} dropped"},
+      {SQLITE_CREATE_VIEW, "view {} created"},       {SQLITE_DROP_VIEW, "view {} dropped"},
+      {SQLITE_CREATE_TRIGGER, "trigger {} created"}, {SQLITE_DROP_TRIGGER, "trigger {} dropped"},
+  };
+  SqliteStore& self = *static_cast<SqliteStore*>(store);
+  if (!self.isGuarded_ && inner == nullptr) return SQLITE_OK;
+  std::string refusal;
+  for (const Refused& refused : kRefused) {
+    if (refused.action == action) refusal = SqlRefusal(refused.what, refused.why);
+  }
+  if (action == SQLITE_FUNCTION) refusal = RefuseSqlFunction(second);
+  if (action == SQLITE_READ) refusal = RefuseSqlTable(first);
+  if (!refusal.empty()) {
+    self.refusal_ = std::move(refusal);
+    return SQLITE_DENY;
+  }
+  for (const Noted& noted : kNoted) {
+    if (noted.action == action && self.noted_.empty())
+      self.noted_ = fmt::format(fmt::runtime(noted.what), ForeignText(first));
+  }
+  return SQLITE_OK;
+}
+
+bool SqliteStore::RunSql(std::string_view statement, ResultGrid& grid, bool& isQuery, std::string& message,
+                         std::string& error) {
+  const std::vector<SqlToken> tokens = CutSqlTokens(statement);
+  isQuery = !tokens.empty() && IsOneOf(tokens[0], kQueryWords);
+  bool isDone = false;
+  try {
+    isDone = RunSentence(statement, tokens, grid, isQuery, message, error);
+  } catch (const StoreFailure&) {
+    ForgetTables();  // SQLite may have met a new schema before it failed
+    if (isQuery) grid.Clear();
+    throw;
+  }
+  if (!isDone && isQuery) grid.Clear();
+  SchemaChanged();
+  return isDone;
+}
+
+bool SqliteStore::RunSentence(std::string_view statement, const std::vector<SqlToken>& tokens,
+                              ResultGrid& grid, bool& isQuery, std::string& message, std::string& error) {
+  if (tokens.empty()) {
+    error = kNoStatement;
+    return false;
+  }
+  if (statement.find('\0') != std::string_view::npos) {
+    error = "an SQL statement can't hold a character 0";
+    return false;
+  }
+  error = RefuseSqlStatement(tokens);
+  if (!error.empty()) return false;
+
+  NewTable table;
+  if (ReadCreateTable(statement, table)) {
+    Commit();
+    message = fmt::format("table {} created", table.name);
+    return MakeTable(table, error);
+  }
+  std::string name;
+  if (ReadDropTable(statement, name)) {
+    bool isOurs = false;
+    const bool isDropped = DropBareName(name, isOurs, message, error);
+    if (isOurs) return isDropped;
+  }
+  return RunPreparedSql(statement, tokens, grid, isQuery, message, error);
+}
+
+// Drops the table whose name is all that stands behind DROP TABLE, be it a keyword or hold blanks and quotes.
+// Otherwise it is ordinary SQL (`isOurs` false), unless a single word stands there.
+bool SqliteStore::DropBareName(std::string_view name, bool& isOurs, std::string& message,
+                               std::string& error) {
+  const std::vector<SqlToken> tokens = CutSqlTokens(name);
+  std::string_view withoutEnd = name;
+  while (withoutEnd.ends_with(';') || withoutEnd.ends_with(' ')) withoutEnd.remove_suffix(1);
+  std::string spelling;
+  std::string type;
+  isOurs = true;
+  for (const std::string_view candidate : {name, withoutEnd}) {
+    if (!FindTable(FoldTableName(candidate), spelling, type) || type != "table") continue;
+    Commit();
+    message = fmt::format("table {} dropped", candidate);
+    return RunOwnStatement("DROP TABLE main." + QuoteSqlName(spelling), error);
+  }
+  isOurs = !tokens.empty() && tokens[0].kind == SqlTokenKind::kWord && tokens[0].text == withoutEnd;
+  if (isOurs) error = fmt::format("there is no table {} in account {}", withoutEnd, account_);
+  return false;
+}
+
+bool SqliteStore::RunPreparedSql(std::string_view statement, const std::vector<SqlToken>& tokens,
+                                 ResultGrid& grid, bool& isQuery, std::string& message, std::string& error) {
+  RewrittenSql rewritten;
+  rewritten.text = statement;
+  if (hasTop_ && !RewriteTop(statement, rewritten, error)) return false;
+  RewriteMemo(rewritten.text);
+  const std::string utf8 = ToUtf8(rewritten.text);
+
+  refusal_.clear();
+  noted_.clear();
+  sqlite3_stmt* raw = nullptr;
+  const char* tail = nullptr;
+  int code = SQLITE_OK;
+  {
+    const FlagRaised guarded(isGuarded_);
+    code =
+        sqlite3_prepare_v3(database_.Handle(), utf8.c_str(), static_cast<int>(utf8.size()), 0, &raw, &tail);
+  }
+  const Statement prepared(raw);
+  if (code != SQLITE_OK) return SqlFailed(code, rewritten, utf8, error);
+  for (const SqlToken& token : CutSqlTokens(tail)) {
+    if (token.text == ";") continue;
+    error =
+        fmt::format("a sentence is one SQL statement; a second one begins with {}", ForeignText(token.text));
+    return false;
+  }
+  if (!prepared) {
+    error = kNoStatement;
+    return false;
+  }
+
+  if (sqlite3_stmt_readonly(raw) == 0) Commit();  // what was written before stays, whatever becomes of this
+  isQuery = prepared.ColumnCount() > 0;
+  if (!FillGrid(raw, grid, code)) {
+    error =
+        fmt::format("the result is larger than {} MiB; narrow it with WHERE or LIMIT", kLargestResult >> 20);
+    return false;
+  }
+  if (code != SQLITE_DONE) return SqlFailed(code, rewritten, utf8, error);
+  if (isQuery) {
+    message = fmt::format("{} row(s)", grid.HighestRow());
+  } else if (!noted_.empty()) {
+    message = noted_;
+  } else {
+    message =
+        IsOneOf(tokens[0], kChangingWords) ? fmt::format("{} row(s) changed", database_.Changes()) : "done";
+  }
+  return true;
+}
+
+// Runs the statement to its end; its rows, if it gives any, fill the grid. False when they are too many.
+bool SqliteStore::FillGrid(sqlite3_stmt* statement, ResultGrid& grid, int& code) {
+  constexpr std::uint64_t kCellCost = 8;
+  const FlagRaised guarded(isGuarded_);
+  const int columns = sqlite3_column_count(statement);
+  if (columns > 0) grid.Start(columns);
+  std::uint64_t size = 0;
+  std::string cell;
+  while ((code = sqlite3_step(statement)) == SQLITE_ROW) {
+    for (int column = 0; column < columns; ++column) {
+      const StoredValue value = StoredColumn(statement, column);
+      size += value.bytes.size() + kCellCost;
+      if (size > kLargestResult) return false;
+      if (value.isBlob || IsAscii(value.bytes)) {
+        grid.AppendCell(value.bytes);
+      } else {
+        cell.clear();
+        AppendFromStoredUtf8(cell, value.bytes);
+        grid.AppendCell(cell);
+      }
+    }
+  }
+  return true;
+}
+
+// Always false, with the reason in `error`, unless the store itself is at fault. Call it right after what
+// failed.
+bool SqliteStore::SqlFailed(int code, const RewrittenSql& rewritten, std::string_view utf8,
+                            std::string& error) const {
+  if (!refusal_.empty()) {
+    error = refusal_;
+    return false;
+  }
+  if (IsStoreTrouble(code)) database_.Fail(code);
+  error = ForeignText(sqlite3_errmsg(database_.Handle()));
+  const int offset = sqlite3_error_offset(database_.Handle());
+  if (offset < 0) return false;
+  const std::string_view before = utf8.substr(0, static_cast<std::size_t>(offset));
+  const auto characters =
+      std::count_if(before.begin(), before.end(), [](char byte) { return (byte & 0xC0) != 0x80; });
+  error += fmt::format(" (at character {})",
+                       rewritten.PositionInSentence(static_cast<std::size_t>(characters)) + 1);
+  return false;
+}
+
+}  // namespace nvadmin::engine

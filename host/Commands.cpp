@@ -1,0 +1,209 @@
+#include "host/Commands.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <iostream>
+#include <memory>
+#include <system_error>
+#include <thread>
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <pthread.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include "engine/CodePage.h"
+#include "engine/Home.h"
+#include "engine/stores/OpenStore.h"
+#include "engine/stores/Store.h"
+#include "host/ScreenText.h"
+#include "host/StreamPort.h"
+#include "host/TerminalPort.h"
+#include "samples/Demo.h"
+
+namespace nvadmin::host {
+
+namespace {
+
+// The session's thread tells the waiting one with it that the session is over.
+constexpr int kSessionOver = SIGUSR1;
+
+std::filesystem::path HomeFolder(const CommandSettings& settings) {
+  return settings.home.empty() ? engine::Home::DefaultFolder() : settings.home;
+}
+
+std::string UserName() {
+  const uid_t number = geteuid();
+  std::array<char, 16384> text{};
+  passwd entry{};
+  passwd* found = nullptr;
+  getpwuid_r(number, &entry, text.data(), text.size(), &found);
+  return found != nullptr ? found->pw_name : fmt::format("uid{}", number);
+}
+
+// The account to enter, as the user or its being the only one says; empty, with the complaint made, when that
+// is open.
+std::string ChooseAccount(const engine::Home& home, const CommandSettings& settings) {
+  if (!settings.account.empty()) return settings.account;
+  const std::vector<engine::Account> accounts = home.Accounts();
+  if (accounts.size() == 1) return accounts.front().name;
+  if (home.FindAccount(samples::kDemoAccount)) return std::string(samples::kDemoAccount);
+  if (accounts.empty()) {
+    Complain(
+        "the home has no account: make one with 'nvadmin account add NAME --datastore WORD', or run 'nvadmin "
+        "demo'");
+    return {};
+  }
+  std::string names;
+  for (const engine::Account& account : accounts) names += " " + account.name;
+  Complain("which account? Choose with --account NAME:" + names);
+  return {};
+}
+
+// The trace file as a channel. It holds item text, so others can't read it; control bytes are escaped.
+std::function<void(std::string_view)> OpenTrace(const std::filesystem::path& file) {
+  if (file.empty()) return {};
+  const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+  if (descriptor < 0) {
+    throw EngineFailure(fmt::format("can't write the trace file {}: {}", engine::ForeignText(file.string()),
+                                    std::generic_category().message(errno)));
+  }
+  // Open for the life of the program.
+  return [descriptor, screen = ScreenText(/*hasCursor=*/false)](std::string_view line) mutable {
+    std::string shown;
+    screen.Append(shown, line, /*lineEnd=*/true);
+    [[maybe_unused]] const ssize_t written = write(descriptor, shown.data(), shown.size());
+  };
+}
+
+// Runs the session on a thread of its own while this one waits. The signals that a terminal takes go to it.
+ExitCode RunOnOwnThread(TclSession& session, TerminalPort* terminal) {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, kSessionOver);
+  if (terminal != nullptr) {
+    for (const int signal : TerminalPort::kSignals) sigaddset(&signals, signal);
+  }
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+  ExitCode exitCode = ExitCode::kFine;
+  const pthread_t waiting = pthread_self();
+  std::thread thread([&] {
+    exitCode = session.Run();
+    pthread_kill(waiting, kSessionOver);
+  });
+  for (int signal = 0; sigwait(&signals, &signal) == 0 && signal != kSessionOver;) {
+    const bool stopsSentence = signal == SIGINT || signal == SIGHUP || signal == SIGTERM;
+    if (stopsSentence) session.Interrupt();
+    terminal->Notify(signal);
+  }
+  thread.join();
+  return exitCode;
+}
+
+ExitCode RunSession(engine::Home& home, const CommandSettings& settings, const GivenSentences& sentences) {
+  TclSettings session;
+  session.account = ChooseAccount(home, settings);
+  if (session.account.empty()) return ExitCode::kNoEntry;
+  session.user = UserName();
+  session.sentences = sentences;
+  session.trace = OpenTrace(settings.trace);
+
+  const bool typed = isatty(STDIN_FILENO) != 0;
+  const bool seen = isatty(STDOUT_FILENO) != 0;
+  session.prompts = typed && !sentences;
+  if (typed && seen) {
+    TerminalPort port(home.Folder() / "history");
+    TclSession tcl(home, port, std::move(session));
+    return RunOnOwnThread(tcl, &port);
+  }
+  // Pages that nobody sees can't be answered by who types.
+  const bool waitsAreAnswered = !sentences || !typed;
+  StreamPort port(waitsAreAnswered ? STDIN_FILENO : kNoInput, STDOUT_FILENO);
+  TclSession tcl(home, port, std::move(session));
+  return RunOnOwnThread(tcl, nullptr);
+}
+
+// Opens the account's store once, which makes its database.
+bool CanBeEntered(engine::Home& home, std::string_view account, std::string& error) {
+  try {
+    engine::OpenStore(home, home.FindAccount(account).value());
+    return true;
+  } catch (const EngineFailure& failure) {
+    error = failure.what();
+    return false;
+  }
+}
+
+// Runs what needs the home; what fails on the way there is told.
+template <typename Action>
+ExitCode WithHome(const CommandSettings& settings, bool makeHome, const Action& action) {
+  try {
+    const std::filesystem::path folder = HomeFolder(settings);
+    if (makeHome) engine::Home::Make(folder);
+    std::error_code ignored;
+    if (!std::filesystem::exists(folder, ignored)) {
+      throw EngineFailure(
+          fmt::format("there is no home at {}: make one with 'nvadmin account add NAME --datastore WORD', "
+                      "or run 'nvadmin demo'",
+                      engine::ForeignText(folder.string())));
+    }
+    engine::Home home(folder);
+    return action(home);
+  } catch (const std::exception& failure) {
+    Complain(failure.what());
+    return ExitCode::kNoEntry;
+  }
+}
+
+}  // namespace
+
+ExitCode RunTcl(const CommandSettings& settings, const GivenSentences& sentences) {
+  return WithHome(settings, /*makeHome=*/false,
+                  [&](engine::Home& home) { return RunSession(home, settings, sentences); });
+}
+
+ExitCode RunDemo(const CommandSettings& settings, const GivenSentences& sentences) {
+  return WithHome(settings, /*makeHome=*/true, [&](engine::Home& home) {
+    samples::MakeDemoAccount(home, std::cerr);
+    CommandSettings inDemo = settings;
+    if (inDemo.account.empty()) inDemo.account = samples::kDemoAccount;
+    return RunSession(home, inDemo, sentences);
+  });
+}
+
+ExitCode AddAccount(const CommandSettings& settings, std::string_view name, std::string_view datastore) {
+  return WithHome(settings, /*makeHome=*/true, [&](engine::Home& home) {
+    engine::Account account;
+    account.name = name;
+    account.datastore = datastore;
+    std::string error;
+    if (home.AddAccount(account, error)) {
+      if (CanBeEntered(home, name, error)) return ExitCode::kFine;
+      home.RemoveAccount(name);
+    }
+    Complain(error);
+    return ExitCode::kFailed;
+  });
+}
+
+ExitCode ListAccounts(const CommandSettings& settings) {
+  return WithHome(settings, /*makeHome=*/false, [](engine::Home& home) {
+    for (const engine::Account& account : home.Accounts())
+      fmt::print("{:<20} {}\n", account.name, account.datastore);
+    return ExitCode::kFine;
+  });
+}
+
+ExitCode RemoveAccount(const CommandSettings& settings, std::string_view name) {
+  return WithHome(settings, /*makeHome=*/false, [&](engine::Home& home) {
+    if (home.RemoveAccount(name)) return ExitCode::kFine;
+    Complain(fmt::format("there is no account {}; 'nvadmin account list' shows the accounts",
+                         engine::ForeignText(name)));
+    return ExitCode::kFailed;
+  });
+}
+
+}  // namespace nvadmin::host

@@ -1,0 +1,34 @@
+// The commands of the program, behind its command line. Each tells on standard error what went wrong, with
+// what, and the way out, and answers with the program's exit code.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/TclSession.h"
+
+namespace nvadmin::host {
+
+struct CommandSettings {
+  std::filesystem::path home;   // empty: the default one
+  std::string account;          // empty: the only one, or the demo account
+  std::filesystem::path trace;  // empty: no trace
+};
+
+// Sentences in UTF-8; without them standard input gives them.
+using GivenSentences = std::optional<std::vector<std::string>>;
+
+// A session at the TCL prompt.
+ExitCode RunTcl(const CommandSettings& settings, const GivenSentences& sentences);
+// Makes the home and the demo account where they are missing, then as RunTcl.
+ExitCode RunDemo(const CommandSettings& settings, const GivenSentences& sentences);
+
+// Makes the home where it is missing.
+ExitCode AddAccount(const CommandSettings& settings, std::string_view name, std::string_view datastore);
+ExitCode ListAccounts(const CommandSettings& settings);
+ExitCode RemoveAccount(const CommandSettings& settings, std::string_view name);
+
+}  // namespace nvadmin::host

@@ -1,0 +1,189 @@
+#include "host/TclSession.h"
+
+#include <cstdio>
+#include <exception>
+
+#include <fmt/format.h>
+
+#include "engine/CodePage.h"
+#include "engine/sentences/Verbs.h"
+#include "session/basNvLibrary.h"
+
+namespace nvadmin::host {
+
+namespace {
+
+constexpr std::string_view kPrompt = ":";
+constexpr std::string_view kFailedAnswer = "ERROR";
+
+std::string_view TrimBlanks(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(' ');
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(' ') - first + 1);
+}
+
+// The add-in shows the failure of a select or query itself; a report ends as an empty one without saying why.
+bool AddInShowsFailure(const engine::Verb* verb) {
+  return verb != nullptr && verb->kind == engine::VerbKind::kAddIn && verb->word != "LIST" &&
+         verb->word != "SORT";
+}
+
+// SQL has no verb of ours; it answers.
+bool AnswersWithText(const engine::Verb* verb) {
+  return verb == nullptr || verb->kind == engine::VerbKind::kAnswers;
+}
+
+bool IsSameAccount(const engine::Account& left, const engine::Account& right) {
+  return left.name == right.name && left.datastore == right.datastore;
+}
+
+}  // namespace
+
+void Complain(std::string_view text) {
+  ScreenText screen(/*hasCursor=*/false);
+  std::string shown = "nvadmin: ";
+  screen.Append(shown, text, /*lineEnd=*/true);
+  std::fputs(shown.c_str(), stderr);
+}
+
+ExitCode TclSession::Run() {
+  std::optional<engine::EngineSession> engine;
+  try {
+    engine.emplace(home_, port_, settings_.account, settings_.user);
+    TraceTo(settings_.trace);
+    bp_.emplace().CallBack(&*engine);
+    account_ = engine->CurrentAccount();
+  } catch (const std::exception& failure) {
+    Complain(failure.what());
+    return ExitCode::kNoEntry;
+  }
+
+  try {
+    Serve(*engine);
+    port_.EndOpenLine();
+    port_.Flush();
+  } catch (const PortLost& loss) {
+    anyFailed_ = true;
+    if (*loss.what() != '\0') Complain(loss.what());
+  }
+  bp_->CallBackClose();
+  if (settings_.prompts) return port_.IsLost() ? ExitCode::kFailed : ExitCode::kFine;
+  if (anyFailed_) return ExitCode::kFailed;
+  return anyRefused_ || port_.RefusedLines() > 0 ? ExitCode::kRefusals : ExitCode::kFine;
+}
+
+void TclSession::Interrupt() noexcept {
+  const std::lock_guard lock(runningMutex_);
+  interrupted_ = true;
+  if (running_ != nullptr) running_->Interrupt();
+}
+
+void TclSession::SetRunning(engine::EngineSession* engine) {
+  const std::lock_guard lock(runningMutex_);
+  running_ = engine;
+  if (engine != nullptr) interrupted_ = false;
+}
+
+void TclSession::Serve(engine::EngineSession& engine) {
+  if (settings_.prompts)
+    PrintLine("Account " + account_.name + ". HELP shows the verbs, OFF ends the session.");
+  std::string sentence;
+  while (NextSentence(sentence)) {
+    const std::string_view trimmed = TrimBlanks(sentence);
+    if (trimmed.empty()) continue;
+    const Outcome outcome = ServeSentence(engine, trimmed);
+    if (outcome == Outcome::kFailed) anyFailed_ = true;
+    if (outcome == Outcome::kOff || port_.IsLost()) return;
+    if (interrupted_ && !settings_.prompts) return;
+  }
+}
+
+// False when there is none any more.
+bool TclSession::NextSentence(std::string& sentence) {
+  if (settings_.prompts) {
+    Prompt();
+  } else {
+    port_.EndOpenLine();
+  }
+  if (settings_.sentences) return NextGivenSentence(sentence);
+  return port_.ReadSentence(sentence) == engine::InputResult::kLine;
+}
+
+// Given sentences that the code page can't hold are refused and left out.
+bool TclSession::NextGivenSentence(std::string& sentence) {
+  while (givenSentence_ < settings_.sentences->size()) {
+    const std::string& utf8 = (*settings_.sentences)[givenSentence_++];
+    std::string refused;
+    if (engine::FromUtf8(utf8, sentence, refused)) return true;
+    anyRefused_ = true;
+    fmt::print(
+        stderr,
+        "nvadmin: sentence {} of the command line isn't run: {} is not in the code page Windows-1252\n",
+        givenSentence_, refused);
+  }
+  return false;
+}
+
+// Reports leave a prompt of their own behind.
+void TclSession::Prompt() {
+  const std::string& open = port_.OpenLine();
+  if (open == kPrompt || open == ": ") return;
+  port_.EndOpenLine();
+  port_.Write(kPrompt, /*lineEnd=*/false);
+}
+
+TclSession::Outcome TclSession::ServeSentence(engine::EngineSession& engine, std::string_view sentence) {
+  Outcome outcome = Outcome::kFailed;
+  std::string failureText;
+  try {
+    engine.BeginTypedSentence(sentence);
+    SetRunning(&engine);
+    outcome = RunSentence(engine, sentence);
+  } catch (const PortLost&) {
+    SetRunning(nullptr);
+    throw;
+  } catch (const std::exception& failure) {
+    failureText = failure.what();
+  }
+  SetRunning(nullptr);
+  try {
+    engine.EndTypedSentence();
+  } catch (const PortLost&) {
+    throw;
+  } catch (const std::exception& failure) {
+    outcome = Outcome::kFailed;
+    if (failureText.empty()) failureText = failure.what();
+  }
+  if (!failureText.empty() && !port_.IsLost()) PrintLine(failureText);
+  return outcome;
+}
+
+TclSession::Outcome TclSession::RunSentence(engine::EngineSession& engine, std::string_view sentence) {
+  const engine::Verb* verb = engine::FindVerb(sentence);
+  if (verb != nullptr && verb->kind == engine::VerbKind::kPrompt) return Outcome::kOff;
+  if (verb != nullptr && verb->kind == engine::VerbKind::kAddIn) {
+    bp_->CmdSentence(sentence);
+    bp_->Query();
+  } else {
+    const std::string answer = engine.ExecuteSentence(sentence);
+    if (answer != kFailedAnswer && AnswersWithText(verb)) PrintLine(answer);
+    LendAgainAfterLogto(engine);
+  }
+  const std::string& error = engine.TypedSentenceError();
+  if (error.empty()) return Outcome::kFine;
+  if (!AddInShowsFailure(verb)) PrintLine(std::string(error));
+  return Outcome::kFailed;
+}
+
+void TclSession::LendAgainAfterLogto(engine::EngineSession& engine) {
+  if (IsSameAccount(engine.CurrentAccount(), account_)) return;
+  bp_->CallBack(&engine);
+  account_ = engine.CurrentAccount();
+}
+
+void TclSession::PrintLine(std::string_view text) {
+  port_.EndOpenLine();
+  port_.Write(text, /*lineEnd=*/true);
+}
+
+}  // namespace nvadmin::host

@@ -1,0 +1,111 @@
+// Bounds, unfinished rows, descriptions, and what a long list costs.
+#include "engine/ResultGrid.h"
+
+#include <gtest/gtest.h>
+#include <malloc.h>
+
+#include <cstdint>
+#include <string>
+
+#include "session/EngineCallBack.h"
+
+namespace nvadmin::engine {
+namespace {
+
+ResultGrid GridOf(std::int32_t columns, std::initializer_list<std::string_view> cells) {
+  ResultGrid grid;
+  grid.Start(columns);
+  for (const std::string_view cell : cells) grid.AppendCell(cell);
+  return grid;
+}
+
+TEST(ResultGrid, BoundsAndCells) {
+  const ResultGrid none;
+  const ResultGrid empty = GridOf(3, {});
+  const ResultGrid keys = GridOf(1, {"A", "", "C"});
+  const ResultGrid rows = GridOf(2, {"a1", "b1", std::string_view("\0x", 2), "b2", "cut"});
+  ResultGrid described = GridOf(2, {"a1", "b1"});
+  described.Describe(1, "NAME");
+  ResultGrid cleared = described;
+  cleared.Clear();
+  ResultGrid restarted = described;
+  restarted.Start(2);
+
+  constexpr const char* kFails = "!";
+  const struct {
+    const char* name;
+    const ResultGrid& grid;
+    std::int32_t highestColumn, highestRow;
+    std::int32_t column, row;
+    std::string want;
+  } kCases[] = {
+      {"no columns", none, -1, 0, 0, 1, kFails},
+      {"no rows", empty, 2, 0, 0, 1, kFails},
+      {"first key", keys, 0, 3, 0, 1, "A"},
+      {"empty key between", keys, 0, 3, 0, 2, ""},
+      {"last key", keys, 0, 3, 0, 3, "C"},
+      {"after the last", keys, 0, 3, 0, 4, kFails},
+      {"row -1", keys, 0, 3, 0, -1, kFails},
+      {"lowest row", keys, 0, 3, 0, INT32_MIN, kFails},
+      {"highest row", keys, 0, 3, 0, INT32_MAX, kFails},
+      {"no descriptions", keys, 0, 3, 0, 0, kFails},
+      {"second row", rows, 1, 2, 1, 2, "b2"},
+      {"NUL in a cell", rows, 1, 2, 0, 2, std::string("\0x", 2)},
+      {"unfinished row", rows, 1, 2, 0, 3, kFails},
+      {"column beyond", rows, 1, 2, 2, 1, kFails},
+      {"column -1", rows, 1, 2, -1, 1, kFails},
+      {"described", described, 1, 1, 1, 0, "NAME"},
+      {"not described, but its neighbour", described, 1, 1, 0, 0, ""},
+      {"description beyond", described, 1, 1, 2, 0, kFails},
+      {"cleared", cleared, -1, 0, 1, 0, kFails},
+      {"started again: no old description", restarted, 1, 0, 1, 0, kFails},
+  };
+  for (const auto& row : kCases) {
+    EXPECT_EQ(row.grid.HighestColumn(), row.highestColumn) << row.name;
+    EXPECT_EQ(row.grid.HighestRow(), row.highestRow) << row.name;
+    std::string_view found = "untouched";
+    const bool inside = row.grid.FindCell(row.column, row.row, found);
+    EXPECT_EQ(inside, row.want != kFails) << row.name;
+    if (inside) {
+      EXPECT_EQ(found, row.want) << row.name;
+      EXPECT_EQ(row.grid.Cell(row.column, row.row), row.want) << row.name;
+    } else {
+      EXPECT_EQ(found, "untouched") << row.name;
+      EXPECT_THROW(row.grid.Cell(row.column, row.row), EngineFailure) << row.name;
+    }
+  }
+}
+
+TEST(ResultGrid, ACellMayBeAppendedToItsOwnGrid) {
+  ResultGrid grid = GridOf(1, {"0123456789"});
+  for (std::int32_t row = 1; row <= 100; ++row) grid.AppendCell(grid.Cell(0, row));
+  EXPECT_EQ(grid.HighestRow(), 101);
+  EXPECT_EQ(grid.Cell(0, 101), "0123456789");
+}
+
+std::size_t BytesInUse() {
+  const struct mallinfo2 heap = mallinfo2();
+  return heap.uordblks + heap.hblkhd;
+}
+
+// A list of a million keys costs its bytes and 8 a key, growing room included less than a list of strings
+// would.
+TEST(ResultGrid, ALongListIsCompactAndGivesItsMemoryBack) {
+  constexpr std::int32_t kKeys = 1 << 20;
+  const std::size_t before = BytesInUse();
+  ResultGrid grid;
+  grid.Start(1);
+  for (std::int32_t key = 0; key < kKeys; ++key) grid.AppendCell(std::to_string(10'000'000 + key));
+  ASSERT_EQ(grid.HighestRow(), kKeys);
+  EXPECT_EQ(grid.Cell(0, 1), "10000000");
+  EXPECT_EQ(grid.Cell(0, kKeys), "11048575");
+
+  const std::size_t full = BytesInUse() - before;
+  if (full == 0) GTEST_SKIP() << "this heap doesn't tell what is in use";
+  EXPECT_LT(full, std::size_t{28} * kKeys);
+  grid.Clear();
+  EXPECT_LT(BytesInUse(), before + 100'000);
+}
+
+}  // namespace
+}  // namespace nvadmin::engine

@@ -1,0 +1,352 @@
+// The engine's promises at the border, the same on every kind of store.
+#include <map>
+#include <random>
+
+#include "mv/DynamicArray.h"
+#include "mv/EngineHooks.h"
+#include "tests/engine/Workshop.h"
+
+namespace nvadmin::engine {
+namespace {
+
+class Border : public testing::TestWithParam<std::string_view>, public TwoSessions {
+ public:
+  Border() : TwoSessions(GetParam()) {
+    EXPECT_NE(Type(anna, "CREATE-FILE CUSTOMERS 4"), "ERROR") << anna.GetErrorDetail();
+    EXPECT_NE(Type(anna, "CREATE-FILE NOTES"), "ERROR") << anna.GetErrorDetail();
+    customers = Open(anna, "CUSTOMERS");
+    bensCustomers = Open(ben, "CUSTOMERS");
+  }
+  std::string customers, bensCustomers;
+};
+
+INSTANTIATE_TEST_SUITE_P(Stores, Border, testing::Values("JETS", "MS", "MY", "ORA"));
+
+TEST_P(Border, ErrorDetailTellsOfTheLastOperationOnly) {
+  struct Step {
+    const char* name;
+    std::function<bool(std::string& text)> run;
+    bool ok;
+    const char* detail;  // how it begins; empty: it must be empty
+  };
+  const std::string long_(300, 'x');
+  const Step steps[] = {
+      {"write", [&](std::string&) { return anna.WriteItem("Smith\xFEParis", customers, "1"); }, true, ""},
+      {"read", [&](std::string& t) { return anna.ReadItem(t, customers, "1") && t == "Smith\xFEParis"; },
+       true, ""},
+      {"read a missing item",
+       [&](std::string& t) { return anna.ReadItem(t = "old", customers, "9") || !t.empty(); }, false,
+       "item '9' is not in table "},
+      {"success clears the text",
+       [&](std::string& t) { return anna.ReadAttribute(t, customers, "1", 2) && t == "Paris"; }, true, ""},
+      {"an attribute beyond the item is empty and there",
+       [&](std::string& t) { return anna.ReadAttribute(t, customers, "1", 4) && t.empty(); }, true, ""},
+      {"read an attribute of a missing item",
+       [&](std::string& t) { return anna.ReadAttribute(t, customers, "9", 1); }, false,
+       "item '9' is not in table "},
+      {"lock and read a missing item",
+       [&](std::string& t) { return anna.ReadItemLocked(t = "old", customers, "9") || !t.empty(); }, false,
+       ""},
+      {"lock and read an attribute of a missing item",
+       [&](std::string& t) { return anna.ReadAttributeLocked(t, customers, "9", 1); }, false, ""},
+      {"delete a missing item", [&](std::string&) { return anna.DeleteItem(customers, "8"); }, false,
+       "table customers, item '8' "},
+      {"write under an empty ID", [&](std::string&) { return anna.WriteItem("x", customers, ""); }, false,
+       "an item of table "},
+      {"write attribute 0", [&](std::string&) { return anna.WriteAttribute("x", customers, "1", 0); }, false,
+       "attribute 0 "},
+      {"write an attribute of a missing item",
+       [&](std::string& t) {
+         return anna.WriteAttribute("Rome", customers, "2", 2) && anna.ReadItem(t, customers, "2") &&
+                t == "\xFERome";
+       },
+       true, ""},
+      {"append an attribute",
+       [&](std::string& t) {
+         return anna.WriteAttribute("Oslo", customers, "1", -1) && anna.ReadAttribute(t, customers, "1", 3) &&
+                t == "Oslo";
+       },
+       true, ""},
+      {"delete", [&](std::string&) { return anna.DeleteItem(customers, "1"); }, true, ""},
+      {"an empty FileVar has no items", [&](std::string& t) { return anna.ReadItem(t, "", "1"); }, false,
+       "the FileVar is empty"},
+      {"an empty FileVar takes no items", [&](std::string&) { return anna.WriteItem("x", "", "1"); }, false,
+       "the FileVar is empty"},
+      {"open", [&](std::string& t) { return anna.OpenFile("DICT CUSTOMERS", t) == kTrue; }, true, ""},
+      {"open a file that isn't there leaves the FileVar alone",
+       [&](std::string& t) { return anna.OpenFile("NOWHERE", t = "kept") != kFalse || t != "kept"; }, false,
+       "file 'NOWHERE' is not in account "},
+  };
+  for (const Step& step : steps) {
+    std::string text;
+    EXPECT_EQ(step.run(text), step.ok) << step.name << ": " << anna.GetErrorDetail() << " / " << text;
+    const std::string detail = anna.GetErrorDetail();
+    EXPECT_EQ(detail.substr(0, std::string_view(step.detail).size()), step.detail) << step.name;
+    EXPECT_EQ(detail.empty(), *step.detail == 0) << step.name << ": " << detail;
+  }
+  EXPECT_THROW(anna.WriteItem("x", "CUSTOMERS", "1"), EngineFailure);
+  EXPECT_THROW(anna.GetResultBound(3), EngineFailure);
+}
+
+TEST_P(Border, AnItemThatDoesNotFitIsRefusedAndTheOldOneStays) {
+  ASSERT_TRUE(anna.WriteItem("old", customers, "1"));
+  EXPECT_FALSE(
+      anna.WriteItemKeepLock("1\xFE"
+                             "2\xFE"
+                             "3\xFE"
+                             "4\xFE"
+                             "5",
+                             customers, "1"));
+  EXPECT_NE(anna.GetErrorDetail(), "");
+  anna.WriteOutput("", true);
+  EXPECT_EQ(SeenByBen("CUSTOMERS", "1"), "old");
+  EXPECT_TRUE(ben.WriteItem("new", bensCustomers, "1"))
+      << "the refused write left its lock: " << ben.GetErrorDetail();
+}
+
+TEST_P(Border, ArgumentsMayAlias) {
+  ASSERT_TRUE(anna.WriteItem("body", customers, "an ID that no small string holds in place"));
+  std::string text = "an ID that no small string holds in place";
+  EXPECT_TRUE(anna.ReadItem(text, customers, text));
+  EXPECT_EQ(text, "body");
+  text = customers;
+  EXPECT_TRUE(anna.ReadItemLocked(text, text, "an ID that no small string holds in place"));
+  EXPECT_EQ(text, "body");
+  text = "CUSTOMERS";
+  EXPECT_EQ(anna.OpenFile(text, text), kTrue);
+  EXPECT_EQ(text, customers);
+  EXPECT_FALSE(anna.ReadItem(text = "not there, and long enough for the heap", customers, text));
+  EXPECT_EQ(text, "");
+  EXPECT_TRUE(anna.GetErrorDetail().starts_with("item 'not there")) << anna.GetErrorDetail();
+}
+
+TEST_P(Border, FileVarsAreStableAndSpeakTheTablesName) {
+  EXPECT_EQ(Open(anna, "CUSTOMERS"), customers);
+  EXPECT_EQ(Open(anna, "DICT NOTES").find(' '), std::string::npos);
+  ASSERT_NE(Type(anna, "CREATE-FILE A.B-C"), "ERROR") << anna.GetErrorDetail();
+  const std::string odd = Open(anna, "A.B-C");
+  EXPECT_EQ(std::count(odd.begin(), odd.end(), '.'), 2) << odd;
+  EXPECT_EQ(Open(anna, "a_b_c"), odd) << "the mapped name is the same file";
+
+  ASSERT_TRUE(anna.WriteItem("kept", customers, "1"));
+  const std::string_view elsewhere = GetParam() == "JETS" ? "ora" : "jets";
+  ASSERT_EQ(Type(anna, "LOGTO " + std::string(elsewhere)), "OK") << anna.GetErrorDetail();
+  std::string item;
+  EXPECT_TRUE(anna.ReadItem(item, customers, "1")) << anna.GetErrorDetail();
+  EXPECT_TRUE(anna.WriteItem("from elsewhere", customers, "2"));
+  EXPECT_EQ(anna.OpenFile("CUSTOMERS", item), kFalse) << "the file is the other account's";
+  anna.WriteOutput("", true);
+  EXPECT_EQ(SeenByBen("CUSTOMERS", "2"), "from elsewhere");
+}
+
+TEST_P(Border, ADroppedFileCanBeOpenedNoMore) {
+  std::string item;
+  ASSERT_NE(Type(anna, "DELETE-FILE CUSTOMERS"), "ERROR") << anna.GetErrorDetail();
+  EXPECT_EQ(anna.OpenFile("CUSTOMERS", item), kFalse);
+  EXPECT_FALSE(anna.ReadItem(item, customers, "1"));
+  EXPECT_FALSE(anna.WriteItem("x", customers, "1"));
+  EXPECT_NE(anna.GetErrorDetail(), "");
+  ben.ReadInput(item, -1, true, -1.0F);
+  EXPECT_EQ(ben.OpenFile("CUSTOMERS", item), kFalse) << "another session sees it after its next wait";
+}
+
+TEST_P(Border, LocksHoldBetweenSessions) {
+  std::string item;
+  const auto refused = [&](bool answer) { return !answer && ben.GetErrorDetail().starts_with("[920]"); };
+  const auto bensTurn = [&] { ben.WriteOutput("", true); };
+
+  EXPECT_FALSE(anna.ReadItemLocked(item, customers, "1"));
+  anna.WriteOutput("", true);
+  EXPECT_TRUE(refused(ben.ReadItemLocked(item, bensCustomers, "1")));
+  EXPECT_NE(ben.GetErrorDetail().find("anna"), std::string::npos) << "the refusal names the holder";
+  EXPECT_TRUE(refused(ben.ReadAttributeLocked(item, bensCustomers, "1", 1)));
+  EXPECT_TRUE(refused(ben.WriteItem("x", bensCustomers, "1")));
+  EXPECT_TRUE(refused(ben.WriteItemKeepLock("x", bensCustomers, "1")));
+  EXPECT_TRUE(refused(ben.WriteAttribute("x", bensCustomers, "1", 1)));
+  EXPECT_TRUE(refused(ben.WriteAttributeKeepLock("x", bensCustomers, "1", 1)));
+  EXPECT_TRUE(refused(ben.DeleteItem(bensCustomers, "1")));
+  EXPECT_FALSE(ben.ReadItem(item, bensCustomers, "1"));
+  EXPECT_FALSE(ben.GetErrorDetail().starts_with("[920]")) << "a plain read asks for no lock";
+  EXPECT_TRUE(ben.WriteItem("x", bensCustomers, "2")) << "another item is free";
+  for (const char* sentence : {"PUT CUSTOMERS 1 1 x", "COPY-ITEM CUSTOMERS 2 1", "DELETE-ITEM CUSTOMERS 1"}) {
+    EXPECT_EQ(Type(ben, sentence), "ERROR") << sentence;
+    EXPECT_NE(ben.TypedSentenceError().find("[920]"), std::string::npos)
+        << sentence << ben.TypedSentenceError();
+  }
+  bensTurn();
+
+  EXPECT_TRUE(anna.WriteItemKeepLock("kept", customers, "1"));
+  anna.WriteOutput("", true);
+  EXPECT_TRUE(refused(ben.WriteItem("x", bensCustomers, "1")));
+  for (const char* sentence : {"CLEAR-FILE CUSTOMERS", "DELETE-FILE CUSTOMERS"}) {
+    EXPECT_EQ(Type(ben, sentence), "ERROR") << sentence;
+    EXPECT_TRUE(ben.TypedSentenceError().starts_with("[920]")) << sentence << ben.TypedSentenceError();
+  }
+  bensTurn();
+
+  struct Way {
+    const char* name;
+    std::function<void()> release;
+    bool released;
+  };
+  const Way ways[] = {
+      {"a plain write", [&] { anna.WriteItem("new", customers, "1"); }, true},
+      {"a plain attribute write", [&] { anna.WriteAttribute("new", customers, "1", 1); }, true},
+      {"a delete", [&] { anna.DeleteItem(customers, "1"); }, true},
+      {"a delete of what isn't there", [&] { anna.DeleteItem(customers, "1"); }, true},
+      {"the item's release", [&] { anna.ReleaseItem(customers, "1"); }, true},
+      {"the file's release", [&] { anna.ReleaseItem(customers, ""); }, true},
+      {"the session's release", [&] { anna.ReleaseItem("", ""); }, true},
+      {"a keeping write", [&] { anna.WriteItemKeepLock("new", customers, "1"); }, false},
+      {"a keeping attribute write", [&] { anna.WriteAttributeKeepLock("new", customers, "1", 1); }, false},
+      {"a plain write, and locked again before its commit",
+       [&] { anna.WriteItem("new", customers, "1"), anna.ReadItemLocked(item, customers, "1"); }, false},
+      {"a plain read", [&] { anna.ReadItem(item, customers, "1"); }, false},
+      {"another item's release", [&] { anna.ReleaseItem(customers, "2"); }, false},
+      {"another file's release", [&] { anna.ReleaseItem(Open(anna, "NOTES"), ""); }, false},
+  };
+  for (const Way& way : ways) {
+    anna.ReadItemLocked(item, customers, "1");
+    EXPECT_EQ(anna.GetErrorDetail(), "") << way.name;
+    way.release();
+    anna.WriteOutput("", true);
+    ben.ReadItemLocked(item, bensCustomers, "1");
+    EXPECT_EQ(ben.GetErrorDetail().empty(), way.released) << way.name << ": " << ben.GetErrorDetail();
+    ben.ReleaseItem("", "");
+    bensTurn();
+    anna.ReleaseItem("", "");
+  }
+}
+
+TEST_P(Border, ARefusedCopyLeavesLocksAsTheyWere) {
+  std::string item;
+  ASSERT_TRUE(anna.WriteItem("x", customers, "1"));
+  ASSERT_TRUE(anna.WriteItem("x", customers, "2"));
+  anna.WriteOutput("", true);
+  for (const bool held : {false, true}) {
+    if (held) anna.ReadItemLocked(item, customers, "2");
+    EXPECT_EQ(Type(anna, "COPY-ITEM CUSTOMERS 1 2"), "ERROR");
+    EXPECT_EQ(ben.ReadItemLocked(item, bensCustomers, "2"), !held) << ben.GetErrorDetail();
+    ben.ReleaseItem("", "");
+    ben.WriteOutput("", true);
+  }
+}
+
+TEST_P(Border, ALockEndsBehindTheCommitOfItsWrite) {
+  std::string item;
+  anna.ReadItemLocked(item, customers, "1");
+  ASSERT_TRUE(anna.WriteItem("written", customers, "1"));
+  EXPECT_EQ(SeenByBen("CUSTOMERS", "1"), "(none)");
+  EXPECT_TRUE(anna.ItemLocks().Holds(GetParam(), anna.CurrentStore().TableNames(false).front(), "1"));
+  bool seen = false;
+  annasPort.beforeText = [&] {
+    seen = ben.ReadItemLocked(item, bensCustomers, "1") && item == "written";
+    ben.ReleaseItem("", "");
+  };
+  anna.WriteOutput("", true);
+  EXPECT_TRUE(seen) << ben.GetErrorDetail();
+}
+
+TEST_P(Border, TheLocksOfASessionEndWithIt) {
+  std::string item;
+  {
+    ScriptedPort port;
+    EngineSession carl(home, port, GetParam(), "carl");
+    const std::string file = Open(carl, "CUSTOMERS");
+    carl.ReadItemLocked(item, file, "1");
+    EXPECT_TRUE(carl.WriteItemKeepLock("carl was here", file, "1"));
+  }
+  EXPECT_TRUE(anna.ReadItemLocked(item, customers, "1")) << anna.GetErrorDetail();
+  EXPECT_EQ(item, "carl was here") << "what was open is committed at the end";
+}
+
+TEST_P(Border, ConversionsReadThroughTheSessionOfTheirThread) {
+  ScriptedPort port;
+  std::string item;
+  {
+    EngineSession carl(home, port, GetParam(), "carl");
+    EXPECT_TRUE(carl.WriteItem("Smith", Open(carl, "CUSTOMERS"), "1"));
+    ASSERT_TRUE(mv::Hooks().readItem);
+    EXPECT_TRUE(mv::Hooks().readItem("CUSTOMERS", "1", item));
+    EXPECT_EQ(item, "Smith");
+    EXPECT_FALSE(mv::Hooks().readItem("CUSTOMERS", "2", item));
+    EXPECT_FALSE(mv::Hooks().readItem("NOWHERE", "1", item));
+    mv::Hooks().sendToClient("hello");
+    EXPECT_EQ(port.output, "hello\n");
+  }
+  EXPECT_FALSE(mv::Hooks().readItem);
+  EXPECT_FALSE(mv::Hooks().sendToClient);
+}
+
+std::string WithoutTrailingMarks(std::string item) {
+  while (item.ends_with('\xFE')) item.pop_back();
+  return item;
+}
+
+// A session against a map: whatever the mixture of calls, items are what was written last.
+TEST_P(Border, RandomOperationsAgreeWithAMap) {
+  const auto seed = std::random_device{}();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  const auto below = [&random](std::size_t limit) { return static_cast<std::size_t>(random() % limit); };
+  const std::string ids[] = {"1",    "01",        "a", "A",   "it's",
+                             "x y",  "\xE9t\xE9", "%", "a.b", std::string("n\0l", 3),
+                             "\x81", "\"q\"",     "9"};
+  const auto value = [&] {
+    std::string text;
+    for (std::size_t length = below(12); length > 0; --length) {
+      text += below(8) == 0 ? '\xFD' : static_cast<char>(below(250));
+    }
+    return text;
+  };
+
+  for (const char* name : {"CUSTOMERS", "NOTES"}) {
+    const std::string file = Open(anna, name);
+    std::map<std::string, std::string> model;
+    for (int step = 0; step < 800; ++step) {
+      const std::string& id = ids[below(std::size(ids))];
+      const auto known = model.find(id);
+      std::string text;
+      switch (below(9)) {
+        case 0:
+        case 1:
+          text = value() + '\xFE' + value() + '\xFE' + value();
+          ASSERT_TRUE(below(2) == 0 ? anna.WriteItem(text, file, id) : anna.WriteItemKeepLock(text, file, id))
+              << anna.GetErrorDetail();
+          model[id] = WithoutTrailingMarks(text);
+          break;
+        case 2: {
+          const auto attribute = static_cast<std::int32_t>(below(4) + 1);
+          text = value();
+          ASSERT_TRUE(anna.WriteAttribute(text, file, id, attribute)) << anna.GetErrorDetail();
+          model[id] = WithoutTrailingMarks(mv::Replace(model[id], attribute, 0, 0, text));
+          break;
+        }
+        case 3:
+          ASSERT_EQ(anna.DeleteItem(file, id), model.erase(id) == 1) << anna.GetErrorDetail();
+          break;
+        case 4: {
+          const auto attribute = static_cast<std::int32_t>(below(4) + 1);
+          ASSERT_EQ(anna.ReadAttribute(text, file, id, attribute), known != model.end());
+          ASSERT_EQ(text, known == model.end() ? "" : mv::Extract(known->second, attribute));
+          break;
+        }
+        case 5:
+          anna.WriteOutput("", true);
+          ASSERT_EQ(WithoutTrailingMarks(SeenByBen(name, id)),
+                    known == model.end() ? "(none)" : known->second);
+          break;
+        case 6:
+          ASSERT_EQ(anna.ReadItemLocked(text, file, id), known != model.end());
+          ASSERT_EQ(WithoutTrailingMarks(text), known == model.end() ? "" : known->second);
+          break;
+        default:
+          ASSERT_EQ(anna.ReadItem(text, file, id), known != model.end());
+          ASSERT_EQ(WithoutTrailingMarks(text), known == model.end() ? "" : known->second);
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace nvadmin::engine

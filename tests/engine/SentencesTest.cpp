@@ -1,0 +1,412 @@
+// Sentences: what they answer, print and refuse; the lists that they keep; what stops them.
+#include <fmt/format.h>
+
+#include <thread>
+
+#include "engine/sentences/Verbs.h"
+#include "tests/engine/Workshop.h"
+
+namespace nvadmin::engine {
+namespace {
+
+struct Case {
+  std::string sentence;
+  std::string want;   // the text, {AM} for a mark and {LINE} for CR LF; empty: see error
+  std::string error;  // a piece of the error detail
+};
+
+std::string Readable(std::string text) {
+  for (std::size_t at; (at = text.find('\xFE')) != std::string::npos;) text.replace(at, 1, "{AM}");
+  for (std::size_t at; (at = text.find("\r\n")) != std::string::npos;) text.replace(at, 2, "{LINE}");
+  return text;
+}
+
+class Sentences : public testing::TestWithParam<std::string_view>, public TwoSessions {
+ public:
+  Sentences() : TwoSessions(GetParam()) {}
+
+  void Run(const std::vector<Case>& cases) {
+    for (const Case& row : cases) {
+      annasPort.output.clear();
+      const std::string text = Readable(Type(anna, row.sentence));
+      if (row.error.empty()) {
+        EXPECT_EQ(text, row.want) << row.sentence << "\n" << anna.GetErrorDetail();
+        EXPECT_EQ(anna.GetErrorDetail(), "") << row.sentence;
+        EXPECT_EQ(anna.TypedSentenceError(), "") << row.sentence;
+      } else {
+        EXPECT_EQ(text, "ERROR") << row.sentence;
+        EXPECT_NE(anna.GetErrorDetail().find(row.error), std::string::npos) << row.sentence << "\n"
+                                                                            << anna.GetErrorDetail();
+        EXPECT_EQ(anna.TypedSentenceError(), anna.GetErrorDetail()) << row.sentence;
+      }
+      CheckPrinted(row, text);
+    }
+  }
+  // Verbs that print have printed what they answer; the others have printed nothing.
+  void CheckPrinted(const Case& row, const std::string& text) {
+    const Verb* verb = FindVerb(row.sentence);
+    if (verb == nullptr || verb->kind != VerbKind::kPrints) {
+      EXPECT_EQ(annasPort.output, "") << row.sentence;
+    } else if (row.error.empty()) {
+      std::string printed = annasPort.output;
+      for (std::size_t at; (at = printed.find('\n')) != std::string::npos;) printed.replace(at, 1, "{LINE}");
+      EXPECT_EQ(printed, text + "{LINE}") << row.sentence;
+    }
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Stores, Sentences, testing::Values("JETS", "MS", "MY", "ORA"));
+
+TEST_P(Sentences, AnswerOrRefuse) {
+  const std::string account(GetParam());
+  const std::string table = "stock";
+  Run({
+      {"WHO", fmt::format("{} {} anna", anna.PortNumber(), account), ""},
+      {"who", fmt::format("{} {} anna", anna.PortNumber(), account), ""},
+      {"SYSTEM DATASTORE", anna.CurrentAccount().datastore, ""},
+      {"system path", home.SystemPath(), ""},
+      {"SYSTEM ACCOUNT", account, ""},
+      {"SYSTEM USERINST", std::to_string(anna.PortNumber()), ""},
+      {"SYSTEM MOON", "", "'MOON'"},
+      {"SYSTEM", "", "the word is missing; it is written: SYSTEM DATASTORE | PATH"},
+      {"USER 0", "anna", ""},
+      {"USER 1", "", "'1'"},
+      {"ACCOUNT", account, ""},
+      {"WHO ELSE", "", "'ELSE' at character 5 is one word too many"},
+      {"FOO BAR", "", "'FOO' is no verb; HELP lists the verbs"},
+      {"", "", "empty"},
+      {"   ", "", "empty"},
+      {std::string(1 << 20, 'x'), "", "is no verb; HELP"},
+      {"LOGTO NOWHERE", "", "'NOWHERE'"},
+      {"LOGTO", "", "the account is missing"},
+      {"LOGTO " + account, "OK", ""},
+      {"OFF", "", "prompt only"},
+      {"LISTF", "", ""},
+      {"CREATE-FILE STOCK",
+       "file 'STOCK' created, an item a row{LINE}file 'DICT STOCK' created with 15 columns", ""},
+      {"CREATE-FILE STOCK", "", "stock"},
+      {"CREATE-FILE WIDE 0", "", "'0'"},
+      {"CREATE-FILE ODD many", "", "'many'"},
+      {"CREATE-FILE", "", "the file is missing"},
+      {"CREATE-FILE 'WIDE' 3",
+       "file 'WIDE' created with 3 columns{LINE}file 'DICT WIDE' created with 15 columns", ""},
+      {"LISTF", "stock{AM}wide", ""},
+      {"PUT STOCK 1 2 red  apples ", "attribute 2 of item '1' written", ""},
+      {"PUT STOCK 1 1 \"\"", "attribute 1 of item '1' written", ""},
+      {"PUT STOCK 'x y' 1 O'Neil's", "attribute 1 of item 'x y' written", ""},
+      {"PUT DICT STOCK NAME 1 A", "attribute 1 of item 'NAME' written", ""},
+      {"PUT STOCK 1 2", "", "the value is missing"},
+      {"PUT STOCK 1 0 x", "", "the attribute '0' is not a number from 1"},
+      {"PUT STOCK 1 1x x", "", "'1x'"},
+      {"PUT NOWHERE 1 1 x", "", "file 'NOWHERE' is not in account " + account + "; LISTF lists the files"},
+      {"CT STOCK 1", "1{LINE}001 {LINE}002 red  apples ", ""},
+      {"ct dict STOCK NAME", "NAME{LINE}001 A", ""},
+      {"CT STOCK \"x y\"", "x y{LINE}001 O'Neil's", ""},
+      {"CT STOCK 2", "", "item '2' is not in table " + table},
+      {"CT STOCK", "", "the item ID is missing; it is written: CT [DICT] file item"},
+      {"CT STOCK 'x y", "", "the quote ' at character 10 isn't closed"},
+      {"COPY-ITEM STOCK 1 2", "item '1' copied to item '2' of STOCK", ""},
+      {"COPY-ITEM STOCK 1 2", "", "item '2' is there already"},
+      {"COPY-ITEM STOCK 1 'TO'", "item '1' copied to item 'TO' of STOCK", ""},
+      {"COPY-ITEM STOCK 1 TO WIDE", "item '1' copied to item '1' of WIDE", ""},
+      {"COPY-ITEM DICT STOCK NAME TO DICT WIDE TITLE", "item 'NAME' copied to item 'TITLE' of DICT WIDE", ""},
+      {"COPY-ITEM STOCK 7 8", "", "item '7' is not in table " + table},
+      {"COUNT STOCK", "4 items counted", ""},
+      {"COUNT NOWHERE", "", "NOWHERE"},
+      {"DELETE-ITEM STOCK 1 \"x y\"", "2 items deleted", ""},
+      {"DELETE-ITEM STOCK 2 5", "", "1 of 2 items deleted; table stock, item '5' "},
+      {"DELETE-ITEM STOCK", "", "the item ID is missing"},
+      {"COUNT STOCK", "1 item counted", ""},
+      {"CLEAR-FILE STOCK", "file 'STOCK' cleared", ""},
+      {"COUNT STOCK", "0 items counted", ""},
+      {"DELETE-FILE WIDE", "file 'WIDE' deleted{LINE}file 'DICT WIDE' deleted", ""},
+      {"DELETE-FILE WIDE", "", "file 'WIDE' is not in account"},
+      {"CLEAR-FILE WIDE", "", "file 'WIDE' is not in account"},
+      {"DELETE-FILE DICT STOCK", "file 'DICT STOCK' deleted", ""},
+      {"DELETE-FILE STOCK", "file 'STOCK' deleted", ""},
+      {"LISTF", "", ""},
+      {"CREATE-FILE DICT STOCK", "file 'DICT STOCK' created with 15 columns", ""},
+      {"CREATE-FILE STOCK",
+       "file 'STOCK' created, an item a row{LINE}file 'DICT STOCK' was there already and stays", ""},
+      {"HELP WHO", "WHO{LINE}Show the port number, the account and the user.", ""},
+      {"HELP FOO", "", "'FOO' is no verb"},
+  });
+}
+
+TEST_P(Sentences, HelpNamesEveryVerb) {
+  const std::string help = Type(anna, "HELP");
+  EXPECT_GT(Verbs().size(), 20U);
+  for (const Verb& verb : Verbs()) {
+    EXPECT_NE(help.find(std::string(verb.word) + ' '), std::string::npos) << verb.word;
+    EXPECT_TRUE(verb.usage.starts_with(verb.word)) << verb.word;
+    EXPECT_NE(Type(anna, "HELP " + std::string(verb.word)), "ERROR") << verb.word;
+  }
+}
+
+TEST_P(Sentences, SqlGoesToTheStore) {
+  ASSERT_NE(Type(anna, "CREATE-FILE STOCK 2"), "ERROR");
+  ASSERT_NE(Type(anna, "insert into stock (A0, A1) values ('1', 'red')"), "ERROR") << anna.GetErrorDetail();
+  EXPECT_EQ(SeenByBen("STOCK", "1"), "red") << "a statement is on disk when it returns";
+  Run({
+      {"SELECT A0, A1 FROM stock", "1{AM}1 row(s)", ""},
+      {"select count(*) from stock", "1{AM}1 row(s)", ""},
+      {"SELECT 7;", "1{AM}1 row(s)", ""},
+      {"SELECT STOCK,", "", "STOCK,"},
+      {"UPDATE stock SET A1 = 'blue'", "1 row(s) changed", ""},
+  });
+  ASSERT_NE(anna.ExecuteSentence("SELECT A1, A0 FROM stock"), "ERROR");
+  EXPECT_EQ(anna.GetResultBound(1), 1);
+  EXPECT_EQ(anna.GetResultBound(2), 1);
+  EXPECT_EQ(anna.GetResultCell(0, 1), "blue");
+  EXPECT_EQ(anna.ExecuteSentence("UPDATE nowhere SET A1 = 'x'"), "ERROR");
+  EXPECT_EQ(anna.GetResultBound(2), 1) << "only a failed query empties the grid";
+  EXPECT_EQ(anna.ExecuteSentence("SELECT x FROM nowhere"), "ERROR");
+  EXPECT_EQ(anna.GetResultBound(1), -1);
+  EXPECT_THROW(anna.GetResultCell(0, 1), EngineFailure);
+}
+
+TEST_P(Sentences, MayBeMegabytesLong) {
+  ASSERT_NE(Type(anna, "CREATE-FILE STOCK"), "ERROR");
+  const std::string value(3 << 20, 'v');
+  EXPECT_NE(Type(anna, "PUT STOCK 1 2 '" + value + "'"), "ERROR") << anna.GetErrorDetail();
+  EXPECT_EQ(Type(anna, "CT STOCK 1"), "1\r\n001 \r\n002 " + value);
+  std::string ids;
+  for (int number = 0; number < 100000; ++number) ids += " 'no such item'";
+  EXPECT_EQ(Type(anna, "DELETE-ITEM STOCK" + ids + " '"), "ERROR");
+  EXPECT_NE(anna.GetErrorDetail().find("isn't closed"), std::string::npos);
+  EXPECT_EQ(Type(anna, "CT STOCK '" + value + "'"), "ERROR");
+  EXPECT_LT(anna.GetErrorDetail().size(), 1000U) << "a message shows the start of a long word";
+}
+
+class Lists : public testing::Test, public TwoSessions {
+ public:
+  Lists() : TwoSessions("JETS") {
+    EXPECT_NE(Type(anna, "CREATE-FILE STOCK 2"), "ERROR") << anna.GetErrorDetail();
+    file = Open(anna, "STOCK");
+    for (const char* id : {"1", "2", "3", "4"}) EXPECT_TRUE(anna.WriteItem("x", file, id));
+  }
+  // The keys that the typed sentence leaves, parted by blanks.
+  std::string Keys(std::string_view typed) {
+    EXPECT_NE(Type(anna, typed), "ERROR") << typed << ": " << anna.GetErrorDetail();
+    std::string keys;
+    for (std::int32_t row = 1; row <= anna.GetResultBound(2); ++row) keys += anna.GetResultCell(0, row) + ' ';
+    return keys;
+  }
+  std::string file;
+};
+
+TEST_F(Lists, AKeptListRestrictsTheNextTypedSentenceAlone) {
+  EXPECT_EQ(Keys("SSELECT STOCK '2' '3'"), "2 3 ");
+  EXPECT_EQ(Type(anna, "SAVE-LIST"), "OK");
+  EXPECT_EQ(Keys("SSELECT STOCK"), "2 3 ");
+  EXPECT_EQ(Keys("SSELECT STOCK"), "1 2 3 4 ") << "it is gone behind the sentence";
+
+  EXPECT_EQ(Keys("SSELECT STOCK '4'"), "4 ");
+  EXPECT_EQ(Type(anna, "SAVE-LIST"), "OK");
+  anna.BeginTypedSentence("NV.BACKSRV");
+  EXPECT_NE(anna.ExecuteSentence("SSELECT STOCK"), "ERROR");
+  EXPECT_EQ(anna.GetResultBound(2), 4) << "a sentence that wasn't typed isn't restricted";
+  anna.EndTypedSentence();
+  EXPECT_EQ(Keys("SSELECT STOCK"), "1 2 3 4 ");
+
+  EXPECT_EQ(Keys("SSELECT STOCK '3' '1'"), "1 3 ");
+  EXPECT_EQ(Type(anna, "SAVE-LIST"), "OK");
+  EXPECT_EQ(Type(anna, "COUNT STOCK"), "2 items counted");
+  EXPECT_EQ(anna.GetResultBound(2), 2) << "COUNT leaves the grid alone";
+}
+
+TEST_F(Lists, AnEmptyListIsAListAndNoListIsNone) {
+  EXPECT_EQ(Type(anna, "SAVE-LIST"), "ERROR");
+  EXPECT_EQ(Type(anna, "SAVE-LIST EARLY"), "ERROR");
+  EXPECT_NE(anna.GetErrorDetail().find("SELECT makes one"), std::string::npos);
+  ASSERT_NE(Type(anna, "CREATE-FILE NOTHING"), "ERROR") << anna.GetErrorDetail();
+  ASSERT_NE(Type(anna, "SELECT NOTHING"), "ERROR") << anna.GetErrorDetail();
+  EXPECT_EQ(anna.GetResultBound(2), 0);
+  EXPECT_EQ(Type(anna, "SAVE-LIST"), "OK");
+  EXPECT_EQ(Keys("SELECT STOCK"), "") << "an empty list selects nothing, never everything";
+}
+
+TEST_F(Lists, AreSavedUnderNames) {
+  EXPECT_EQ(Keys("SSELECT STOCK '2' '3'"), "2 3 ");
+  EXPECT_EQ(Type(anna, "SAVE-LIST PAIR"), "OK");
+  EXPECT_EQ(Keys("SSELECT STOCK"), "1 2 3 4 ") << "saving under a name keeps nothing for the next sentence";
+  EXPECT_EQ(Keys("GET-LIST PAIR"), "2 3 ");
+  EXPECT_EQ(Keys("SSELECT STOCK"), "2 3 ");
+  EXPECT_EQ(Keys("GET-LIST PAIR"), "2 3 ");
+  EXPECT_EQ(Type(anna, "SAVE-LIST COPY"), "OK") << "the active list is what is saved";
+  EXPECT_EQ(Keys("SSELECT STOCK"), "1 2 3 4 ");
+
+  anna.BeginTypedSentence("NV.BACKSRV");
+  EXPECT_EQ(Readable(anna.ExecuteSentence("GET-LIST COPY")), "2{AM}2 item IDs in list 'COPY'");
+  EXPECT_EQ(anna.GetResultBound(2), 2);
+  anna.EndTypedSentence();
+  EXPECT_EQ(Keys("SSELECT STOCK"), "1 2 3 4 ") << "a list that wasn't taken at the prompt isn't kept";
+
+  EXPECT_EQ(Type(anna, "GET-LIST NONE"), "ERROR");
+  EXPECT_EQ(anna.GetErrorDetail(), "list 'NONE' is not saved in account JETS; saved are: COPY, PAIR");
+  EXPECT_EQ(anna.GetResultBound(2), 4) << "a sentence that is no query leaves the grid alone";
+  EXPECT_EQ(Type(anna, "DELETE-LIST PAIR"), "list 'PAIR' deleted");
+  EXPECT_EQ(Type(anna, "DELETE-LIST PAIR"), "ERROR");
+}
+
+TEST_F(Lists, TheGridFailsOutsideAndEmptiesWithAFailedQuery) {
+  EXPECT_THROW(anna.GetResultCell(0, -1), EngineFailure);
+  EXPECT_EQ(Keys("SSELECT STOCK"), "1 2 3 4 ");
+  anna.ExecuteSentence("WHO");
+  EXPECT_EQ(anna.GetResultCell(0, 4), "4");
+  for (const auto& [column, row] : {std::pair{0, 5}, {0, -1}, {-1, 1}, {1, 1}}) {
+    EXPECT_THROW(anna.GetResultCell(column, row), EngineFailure) << column << "," << row;
+  }
+  EXPECT_EQ(anna.ExecuteSentence("SELECT NOWHERE"), "ERROR");
+  EXPECT_EQ(anna.GetResultBound(2), 0);
+  EXPECT_THROW(anna.GetResultCell(0, 1), EngineFailure);
+}
+
+TEST_F(Lists, AnErrorInsideATypedSentenceIsKeptForThePrompt) {
+  anna.BeginTypedSentence("LIST NOWHERE");
+  EXPECT_EQ(anna.ExecuteSentence("LIST NOWHERE"), "ERROR");
+  const std::string error = anna.GetErrorDetail();
+  EXPECT_NE(anna.ExecuteSentence("WHO"), "ERROR");
+  EXPECT_EQ(anna.GetErrorDetail(), "");
+  EXPECT_EQ(anna.TypedSentenceError(), error);
+  anna.EndTypedSentence();
+  anna.BeginTypedSentence("WHO");
+  EXPECT_EQ(anna.TypedSentenceError(), "");
+}
+
+class Walk : public Lists {
+ public:
+  Walk() {
+    for (int number = 100; number < 400; ++number)
+      EXPECT_TRUE(anna.WriteItem("old", file, std::to_string(number)));
+    EXPECT_NE(Type(anna, "SSELECT STOCK"), "ERROR");
+  }
+  // The item of a row of the walk, as a program reads it.
+  std::string Item(std::int32_t row) {
+    std::string item;
+    const std::string id = anna.GetResultCell(0, row);
+    return anna.ReadItem(item, file, id) ? id + "=" + item : id + "?";
+  }
+  void BenChanges(std::int32_t row) {
+    EXPECT_TRUE(ben.WriteItem("new", Open(ben, "STOCK"), anna.Grid().Cell(0, row)));
+    ben.WriteOutput("", true);
+  }
+  static constexpr std::int32_t kRows = 304;
+};
+
+TEST_F(Walk, GivesEveryItemOfTheListInItsOrder) {
+  EXPECT_TRUE(anna.DeleteItem(file, "250"));
+  for (std::int32_t row = 1; row <= kRows; ++row) {
+    const std::string id = anna.GetResultCell(0, row);
+    std::string want = id + (id.size() == 1 ? "=x" : "=old");
+    if (id == "250") want = "250?";
+    ASSERT_EQ(Item(row), want);
+    EXPECT_EQ(Item(row), want) << "read twice";
+    if (row % 70 == 0) {
+      EXPECT_EQ(Item(row / 2), anna.GetResultCell(0, row / 2) + "=old") << "a step back";
+    }
+  }
+}
+
+// What was read ahead is served even after another session has changed it, but not across a wait, a sentence
+// or a write.
+TEST_F(Walk, ReadsAheadUntilSomethingMayHaveChanged) {
+  std::string line;
+  const std::function<void()> drops[] = {
+      [&] { anna.ReadInput(line, -1, true, -1.0F); },
+      [&] { anna.ExecuteSentence("WHO"); },
+      [&] { anna.WriteItem("y", file, "1"), anna.WriteOutput("", true); },
+      [&] { anna.DeleteItem(file, "no such item"), anna.WriteOutput("", true); },
+  };
+  std::int32_t row = 10;
+  for (const auto& drop : drops) {
+    Item(row);
+    Item(row + 1);
+    BenChanges(row + 2);
+    BenChanges(row + 3);
+    EXPECT_TRUE(Item(row + 2).ends_with("=old")) << "was read ahead";
+    EXPECT_TRUE(anna.ReadItemLocked(line, file, anna.GetResultCell(0, row + 2)));
+    EXPECT_EQ(line, "new") << "a locked read is never served from what was read ahead";
+    anna.WriteOutput("", true);
+    drop();
+    EXPECT_TRUE(Item(row + 3).ends_with("=new"));
+    row += 20;
+  }
+}
+
+TEST_F(Walk, SeesItsOwnWrites) {
+  for (std::int32_t row = 1; row <= 40; ++row) {
+    Item(row);
+    const std::string next = anna.GetResultCell(0, row + 1);
+    ASSERT_TRUE(anna.WriteItem("mine", file, next));
+    ASSERT_EQ(Item(row + 1), next + "=mine");
+  }
+}
+
+TEST_F(Walk, KeepsItsPaceBesideReadsOfOtherFiles) {
+  ASSERT_NE(anna.ExecuteSentence("CREATE-FILE OTHER"), "ERROR");
+  const std::string other = Open(anna, "OTHER");
+  ASSERT_TRUE(anna.WriteItem("o", other, "120"));
+  std::string item;
+  for (std::int32_t row = 1; row <= kRows; ++row) {
+    const std::string id = anna.GetResultCell(0, row);
+    ASSERT_EQ(anna.ReadItem(item, other, id), id == "120");
+    ASSERT_TRUE(anna.ReadItem(item, file, id));
+    ASSERT_EQ(item, id.size() == 1 ? "x" : "old");
+  }
+}
+
+TEST_F(Lists, InputEndsWithThePort) {
+  const std::string gone = "<&PORT_DISCONNECT>";
+  const auto input = [&](std::string_view typed) {
+    anna.BeginTypedSentence(typed);
+    std::string line = "old";
+    anna.ReadInput(line, -1, true, -1.0F);
+    anna.EndTypedSentence();
+    return line;
+  };
+  annasPort.input = {"a line", ""};
+  EXPECT_EQ(input("LIST STOCK"), "a line");
+  EXPECT_EQ(input("NV.BACKSRV"), "");
+  EXPECT_EQ(input("LIST STOCK"), "") << "the end of a pipe answers a page wait";
+  EXPECT_EQ(input("nv.backsrv"), gone);
+  EXPECT_EQ(input("MENU"), gone);
+  annasPort.whenEmpty = InputResult::kLost;
+  EXPECT_EQ(input("LIST STOCK"), gone);
+}
+
+TEST_F(Lists, AnInterruptStopsOutputReadsAndStatements) {
+  std::string item;
+  const auto stopped = [](const std::function<void()>& act) {
+    try {
+      act();
+    } catch (const EngineFailure& failure) {
+      return std::string_view(failure.what()).find("interrupted") != std::string_view::npos;
+    }
+    return false;
+  };
+  anna.BeginTypedSentence("LIST STOCK");
+  anna.Interrupt();
+  EXPECT_TRUE(stopped([&] { anna.WriteOutput("x", true); }));
+  EXPECT_TRUE(stopped([&] { anna.ReadItem(item, file, "1"); }));
+  EXPECT_TRUE(stopped([&] { anna.ReadInput(item, -1, true, -1.0F); }));
+  anna.EndTypedSentence();
+  EXPECT_EQ(annasPort.output.find('x'), std::string::npos);
+
+  anna.BeginTypedSentence("endless");
+  std::thread other([this] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    anna.Interrupt();
+  });
+  EXPECT_TRUE(stopped([&] {
+    anna.ExecuteSentence(
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT count(*) FROM n");
+  }));
+  other.join();
+  anna.EndTypedSentence();
+  EXPECT_TRUE(anna.ReadItem(item, file, "1")) << anna.GetErrorDetail();
+  EXPECT_EQ(Keys("SSELECT STOCK"), "1 2 3 4 ");
+}
+
+}  // namespace
+}  // namespace nvadmin::engine

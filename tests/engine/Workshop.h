@@ -1,0 +1,99 @@
+// What the engine's tests work on: a home of their own with an account for every datastore word, and a port
+// that a test scripts and watches.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/EngineSession.h"
+#include "engine/Home.h"
+#include "engine/Port.h"
+
+namespace nvadmin::engine {
+
+inline constexpr std::string_view kAccounts[][2] = {
+    {"JETS", "JET"}, {"MS", "MSSQL"}, {"MY", "MYSQL"}, {"ORA", "ORACLE"}};
+
+class ScriptedPort final : public Port {
+ public:
+  std::deque<std::string> input;
+  InputResult whenEmpty = InputResult::kEnd;
+  bool showsPages = false;
+  std::string output;  // lines end in \n
+  std::function<void()> beforeText, beforeLine;
+
+  InputResult ReadLine(std::string& line, std::int32_t, bool) override {
+    if (beforeLine) beforeLine();
+    line.clear();
+    if (input.empty()) return whenEmpty;
+    line = input.front();
+    input.pop_front();
+    return InputResult::kLine;
+  }
+  void Write(std::string_view text, bool lineEnd) override {
+    if (beforeText) beforeText();
+    output += text;
+    if (lineEnd) output += '\n';
+  }
+  void Flush() override {}
+  bool ShowsPages() const override { return showsPages; }
+  std::string CursorString(std::int32_t, std::int32_t) override { return ""; }
+};
+
+// A home in a folder that is removed with it.
+class TestFolder {
+ public:
+  TestFolder() {
+    char name[] = "/tmp/nvadmin-engine-XXXXXX";
+    path = mkdtemp(name);
+    Home::Make(path / "home");
+    Home home(path / "home");
+    std::string error;
+    for (const auto& [account, word] : kAccounts) {
+      EXPECT_TRUE(home.AddAccount({std::string(account), std::string(word), ""}, error)) << error;
+    }
+  }
+  ~TestFolder() { std::filesystem::remove_all(path); }
+
+  std::filesystem::path path;
+};
+
+// Runs a sentence as if it was typed.
+inline std::string Type(EngineSession& session, std::string_view sentence) {
+  session.BeginTypedSentence(sentence);
+  const std::string text = session.ExecuteSentence(sentence);
+  session.EndTypedSentence();
+  return text;
+}
+
+// Two sessions on one home: anna's port is scripted, ben looks on.
+class TwoSessions {
+ public:
+  explicit TwoSessions(std::string_view account)
+      : anna(home, annasPort, account, "anna"), ben(home, bensPort, account, "ben") {}
+
+  std::string Open(EngineSession& session, std::string_view name) {
+    std::string fileVar;
+    EXPECT_EQ(session.OpenFile(name, fileVar), kTrue) << session.GetErrorDetail();
+    return fileVar;
+  }
+  // The item as ben finds it now; "(none)" when it isn't there.
+  std::string SeenByBen(std::string_view file, std::string_view id) {
+    std::string item;
+    return ben.ReadItem(item, Open(ben, file), id) ? item : "(none)";
+  }
+
+  TestFolder folder;
+  Home home{folder.path / "home"};
+  ScriptedPort annasPort, bensPort;
+  EngineSession anna, ben;
+};
+
+}  // namespace nvadmin::engine

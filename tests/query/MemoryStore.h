@@ -1,0 +1,139 @@
+// A store in memory for the tests of the query language: files by the names that a query asks for, items in
+// byte order. Counts what it hands out.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "engine/stores/Store.h"
+#include "mv/DynamicArray.h"
+
+namespace nvadmin::engine {
+
+// Marks as a person types them: ^ attribute, ] value, \ subvalue.
+inline std::string WithMarks(std::string_view text) {
+  std::string marked(text);
+  for (const auto& [from, to] : {std::pair('^', '\xFE'), std::pair(']', '\xFD'), std::pair('\\', '\xFC')}) {
+    std::replace(marked.begin(), marked.end(), from, to);
+  }
+  return marked;
+}
+
+inline std::string WithoutMarks(std::string_view text) {
+  std::string plain(text);
+  for (const auto& [from, to] : {std::pair('\xFE', '^'), std::pair('\xFD', ']'), std::pair('\xFC', '\\')}) {
+    std::replace(plain.begin(), plain.end(), from, to);
+  }
+  return plain;
+}
+
+class MemoryStore : public Store {
+ public:
+  using Items = std::map<std::string, std::string, std::less<>>;
+
+  // Makes the file if it is new. Texts as WithMarks reads them.
+  void Put(std::string_view file, std::string_view id, std::string_view item) {
+    ItemsOf(file)[std::string(id)] = WithMarks(item);
+  }
+  Items& ItemsOf(std::string_view file) {
+    auto known = std::find_if(files_.begin(), files_.end(), [file](const File& f) { return f.name == file; });
+    if (known == files_.end()) known = files_.insert(files_.end(), {std::string(file), {}});
+    return known->items;
+  }
+
+  int itemsRead = 0;              // by key
+  int scans = 0;                  // of anything but dictionaries
+  Projection lastScan;            // of anything but dictionaries
+  std::size_t failAfterRows = 0;  // a scan throws behind so many items; 0: never
+
+  bool OpenTable(std::string_view name, TableHandle& table, std::string& error) override {
+    for (std::size_t at = 0; at < files_.size(); ++at) {
+      if (files_[at].name != name) continue;
+      table = static_cast<TableHandle>(at);
+      return true;
+    }
+    error = "no table " + std::string(name);
+    return false;
+  }
+  bool Read(TableHandle table, std::string_view id, std::string& item) override {
+    ++itemsRead;
+    const Items& items = files_[static_cast<std::size_t>(table)].items;
+    const auto found = items.find(id);
+    item = found == items.end() ? std::string() : found->second;
+    return found != items.end();
+  }
+  void ReadBatch(TableHandle table, std::span<const std::string_view> ids,
+                 std::vector<BatchItem>& items) override {
+    items.assign(ids.size(), {});
+    for (std::size_t at = 0; at < ids.size(); ++at) items[at].found = Read(table, ids[at], items[at].item);
+  }
+  void Scan(TableHandle table, const Projection& projection, const ScanVisitor& visitor) override {
+    const File& file = files_[static_cast<std::size_t>(table)];
+    if (!file.name.starts_with("DICT ")) {
+      ++scans;
+      lastScan = projection;
+    }
+    std::size_t rows = 0;
+    for (const auto& [id, item] : file.items) {
+      if (failAfterRows > 0 && rows++ == failAfterRows) throw StoreFailure("the store is gone");
+      std::vector<std::string_view> values;
+      for (const std::int32_t attribute : projection.attributes)
+        values.push_back(mv::Extract(item, attribute));
+      if (projection.wholeItem) values.assign(1, item);
+      if (!visitor(id, values)) break;
+    }
+  }
+
+  // The rest of a store is nothing that a query uses.
+  const TableDescription& Describe(TableHandle) override { return Unused<TableDescription&>(); }
+  std::vector<std::string> TableNames(bool) override { return Unused<std::vector<std::string>>(); }
+  bool ReadAttribute(TableHandle, std::string_view, std::int32_t, std::string&) override {
+    return Unused<bool>();
+  }
+  void BeginWrites() override { Unused<bool>(); }
+  bool HasOpenWrites() const override { return false; }
+  void Commit() override { Unused<bool>(); }
+  void Rollback() override { Unused<bool>(); }
+  bool Write(TableHandle, std::string_view, std::string_view, std::string&) override {
+    return Unused<bool>();
+  }
+  bool Erase(TableHandle, std::string_view, std::string&) override { return Unused<bool>(); }
+  bool CreateTable(std::string_view, std::int32_t, std::string&) override { return Unused<bool>(); }
+  bool DropTable(std::string_view, std::string&) override { return Unused<bool>(); }
+  bool ClearTable(std::string_view, std::string&) override { return Unused<bool>(); }
+  bool RunSql(std::string_view, ResultGrid&, bool&, std::string&, std::string&) override {
+    return Unused<bool>();
+  }
+  void Interrupt() noexcept override {}
+
+ private:
+  struct File {
+    std::string name;
+    Items items;
+  };
+
+  template <typename Result>
+  static Result Unused() {
+    throw StoreFailure("a query must not use this");
+  }
+
+  std::vector<File> files_;
+};
+
+// The keys of a grid with a blank between two.
+inline std::string KeysOf(const ResultGrid& grid) {
+  std::string keys;
+  for (std::int32_t row = 1; row <= grid.HighestRow(); ++row) {
+    if (row > 1) keys += ' ';
+    keys += grid.Cell(0, row);
+  }
+  return keys;
+}
+
+}  // namespace nvadmin::engine

@@ -1,0 +1,34 @@
+// The kinds of store that the common test body runs over. A kind makes an account of its own for each test;
+// opening it again is what a second session, or the next start of the program, does.
+#pragma once
+
+#include <memory>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "engine/stores/Store.h"
+
+namespace nvadmin::engine {
+
+class TestAccount {
+ public:
+  virtual ~TestAccount() = default;
+  virtual std::unique_ptr<Store> Open() const = 0;
+};
+
+struct StoreKind {
+  std::string name;
+  std::unique_ptr<TestAccount> (*make)();
+};
+
+inline std::ostream& operator<<(std::ostream& out, const StoreKind& kind) { return out << kind.name; }
+
+const std::vector<StoreKind>& StoreKinds();
+
+// Opens a table that must be there.
+TableHandle MustOpen(Store& store, std::string_view name);
+// Writes that must succeed; the transaction stays open.
+void MustWrite(Store& store, TableHandle table, std::string_view id, std::string_view item);
+
+}  // namespace nvadmin::engine

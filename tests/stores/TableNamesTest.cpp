@@ -1,0 +1,47 @@
+#include "engine/stores/TableNames.h"
+
+#include <gtest/gtest.h>
+
+namespace nvadmin::engine {
+namespace {
+
+TEST(TableNames, MapsAFileNameToItsTable) {
+  struct Case {
+    const char* fault;
+    const char* name;
+    const char* table;
+  };
+  const Case cases[] = {
+      {"capitals and both signs", "MY.FILE-1", "my_file_1"},
+      {"a mapped name stays", "my_file_1", "my_file_1"},
+      {"dictionary", "DICT CUSTOMERS", "customers_dict"},
+      {"dictionary word in mixed letters, several blanks", "Dict   My.File ", "my_file_dict"},
+      {"a mapped dictionary stays", "customers_dict", "customers_dict"},
+      {"dictionary of a dictionary, typed", "DICT DICT CUSTOMERS", "customers_dict_dict"},
+      {"dictionary of a mapped dictionary", "DICT customers_dict", "customers_dict_dict"},
+      {"a reserved name", "TABLE", "table_nv"},
+      {"the other reserved name", "Key", "key_nv"},
+      {"only the whole name is reserved", "KEYS", "keys"},
+      {"the dictionary of a reserved name isn't reserved", "DICT TABLE", "table_dict"},
+      {"a file called dict is no dictionary", "DICT", "dict"},
+      {"accented letters have no other case here", "\xC9T\xC9", "\xC9t\xC9"},
+  };
+  for (const Case& test : cases) EXPECT_EQ(MapTableName(test.name), test.table) << test.fault;
+}
+
+TEST(TableNames, TellsDictionariesOfDictionaries) {
+  std::string dictionary = "kept";
+  EXPECT_FALSE(IsDictionaryOfDictionary("x_dict", dictionary));
+  EXPECT_FALSE(IsDictionaryOfDictionary("x", dictionary));
+  EXPECT_EQ(dictionary, "kept");
+  EXPECT_TRUE(IsDictionaryOfDictionary("x_dict_dict", dictionary));
+  EXPECT_EQ(dictionary, "x_dict");
+}
+
+TEST(TableNames, QuotesAnyName) {
+  EXPECT_EQ(QuoteSqlName("order"), "\"order\"");
+  EXPECT_EQ(QuoteSqlName("a\"; DROP TABLE b; --"), "\"a\"\"; DROP TABLE b; --\"");
+}
+
+}  // namespace
+}  // namespace nvadmin::engine
