@@ -26,11 +26,11 @@ struct Word {
 };
 constexpr std::array<Word, 8> kWords = {{{"NAME", "1", "Name", "", "L", "20"},
                                          {"CITY", "2", "City", "", "L", "10"},
-                                         {"DATE", "3", "Date", "D2/", "R", "9"},
-                                         {"AMOUNT", "4", "Amount", "MD2,", "R", "12"},
+                                         {"DATE", "3", "Date ", "D2/", "R", "9"},
+                                         {"AMOUNT", "4", "Amount ", "MD2,", "R", "12"},
                                          {"STATE", "5", "State", "", "L", "6"},
                                          {"PHONE", "6", "Phone", "", "L", "12"},
-                                         {"ORDERS", "7", "Orders", "", "R", "6"},
+                                         {"ORDERS", "7", "Orders ", "", "R", "6"},
                                          {"REMARK", "8", "Remark", "", "L", "30"}}};
 
 // A small generator of our own, so that every machine makes the same items.

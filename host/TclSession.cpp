@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include "engine/CodePage.h"
+#include "engine/Marks.h"
 #include "engine/sentences/Verbs.h"
 #include "session/basNvLibrary.h"
 
@@ -28,9 +29,19 @@ bool AddInShowsFailure(const engine::Verb* verb) {
          verb->word != "SORT";
 }
 
-// SQL has no verb of ours; it answers.
-bool AnswersWithText(const engine::Verb* verb) {
-  return verb == nullptr || verb->kind == engine::VerbKind::kAnswers;
+// What the prompt prints of an answer: a list (files, for instance) an entry a line, other replies on one
+// line. SQL has no verb of ours; it answers.
+std::string ShownAnswer(std::string_view answer, const engine::Verb* verb) {
+  const bool isList = verb != nullptr && verb->kind == engine::VerbKind::kAnswers;
+  std::string shown;
+  for (char letter : answer) {
+    if (letter == engine::kAttributeMark) {
+      shown += isList ? "\r\n" : " ";
+    } else {
+      shown += letter;
+    }
+  }
+  return shown;
 }
 
 bool IsSameAccount(const engine::Account& left, const engine::Account& right) {
@@ -166,7 +177,8 @@ TclSession::Outcome TclSession::RunSentence(engine::EngineSession& engine, std::
     bp_->Query();
   } else {
     const std::string answer = engine.ExecuteSentence(sentence);
-    if (answer != kFailedAnswer && AnswersWithText(verb)) PrintLine(answer);
+    const bool wasPrinted = verb != nullptr && verb->kind == engine::VerbKind::kPrints;
+    if (answer != kFailedAnswer && !wasPrinted) PrintLine(ShownAnswer(answer, verb));
     LendAgainAfterLogto(engine);
   }
   const std::string& error = engine.TypedSentenceError();

@@ -15,7 +15,7 @@ using nvadmin::host::CommandSettings;
 using nvadmin::host::ExitCode;
 using nvadmin::host::GivenSentences;
 
-constexpr char kVersion[] = "nvadmin 0.1.0";
+constexpr char kVersion[] = "nvadmin " NVADMIN_VERSION;
 constexpr char kExitCodes[] =
     "Exit codes: 0 fine; 1 a sentence or command failed; 2 the command line is wrong; 3 lines were refused;\n"
     "4 the home or account can't be opened.";

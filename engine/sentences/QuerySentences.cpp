@@ -24,6 +24,13 @@ SentenceResult SelectItems(EngineSession& session, std::string_view sentence) {
   return {true, reply};
 }
 
+// At the prompt the keys are for the next sentence, as those of the select verbs that the add-in serves.
+SentenceResult SelectAndKeep(EngineSession& session, std::string_view sentence) {
+  SentenceResult result = SelectItems(session, sentence);
+  if (result.ok && session.IsTypedSentence(sentence)) session.KeepList();
+  return result;
+}
+
 SentenceResult Select(EngineSession& session, std::string_view sentence) {
   return IsSql(sentence) ? RunSqlSentence(session, sentence) : SelectItems(session, sentence);
 }
@@ -80,8 +87,8 @@ SentenceResult GetList(EngineSession& session, std::string_view sentence) {
   session.Grid() = std::move(list);
   if (session.IsTypedSentence(sentence)) session.KeepList();
   const std::int32_t count = session.Grid().HighestRow();
-  return {true,
-          fmt::format("{}{}{} in list {}", count, kAttributeMark, Counted(count, "item ID"), Quoted(name))};
+  return {true, fmt::format("{}{}item {} in list {}", count, kAttributeMark, count == 1 ? "ID" : "IDs",
+                            Quoted(name))};
 }
 
 SentenceResult DeleteList(EngineSession& session, std::string_view sentence) {
@@ -112,13 +119,13 @@ constexpr std::array<Verb, 10> kVerbs = {{
     {"PSELECT", VerbKind::kAddIn, SelectItems,
      "PSELECT [DICT] file ['id' ...] [WITH field [op] value ...] [BY field ...]",
      "Select items, as SELECT does."},
-    {"QSELECT", VerbKind::kAnswers, SelectItems, "QSELECT [DICT] file id ... [(attribute)]",
+    {"QSELECT", VerbKind::kSelects, SelectAndKeep, "QSELECT [DICT] file id ... [(attribute)]",
      "Select the values that stand in items."},
     {"COUNT", VerbKind::kPrints, Count, "COUNT [DICT] file ['id' ...] [WITH field [op] value ...]",
      "Count items."},
     {"SAVE-LIST", VerbKind::kAnswers, SaveList, "SAVE-LIST [name]",
      "Keep the selected list for the next sentence, or save it under a name."},
-    {"GET-LIST", VerbKind::kAnswers, GetList, "GET-LIST name", "Take a saved list for the next sentence."},
+    {"GET-LIST", VerbKind::kSelects, GetList, "GET-LIST name", "Take a saved list for the next sentence."},
     {"DELETE-LIST", VerbKind::kPrints, DeleteList, "DELETE-LIST name", "Delete a saved list."},
 }};
 

@@ -78,8 +78,9 @@ SentenceResult RunSqlSentence(EngineSession& session, std::string_view sentence)
     if (form->isQuery) session.Grid().Clear();
     return result;
   }
+  const std::int32_t rows = session.Grid().HighestRow();
   result.text =
-      isQuery ? fmt::format("{}{}{}", session.Grid().HighestRow(), kAttributeMark, message) : message;
+      isQuery ? fmt::format("{}{}{}", rows, kAttributeMark, rows == 1 ? "row" : "rows") : std::move(message);
   return result;
 }
 

@@ -10,7 +10,8 @@ namespace nvadmin::engine {
 class EngineSession;
 
 enum class VerbKind {
-  kAnswers,  // returns its text and prints nothing; the prompt prints the text
+  kAnswers,  // returns its text and prints nothing; the prompt prints the text, an attribute a line
+  kSelects,  // returns a select reply and keeps its list when typed; the prompt prints the reply on one line
   kPrints,   // prints while it runs, and returns the same text
   kAddIn,    // the add-in serves it at the prompt; executed as a sentence it selects and answers
   kPrompt,   // the prompt itself serves it (OFF)

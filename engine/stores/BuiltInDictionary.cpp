@@ -23,10 +23,11 @@ constexpr DictionaryAttribute kAttributes[] = {
     {8, "CORR", 'L', 20}, {9, "JUST", 'L', 4}, {10, "WIDTH", 'R', 5},
 };
 
-// An A item: type, attribute number, heading, then justification and width as its attributes 9 and 10.
+// An A item: type, attribute number, heading, then justification and width as its attributes 9 and 10. A
+// heading on the right has a blank behind it, so that it doesn't run into the next one.
 std::string MakeItem(const DictionaryAttribute& attribute) {
-  return fmt::format("A\xFE{}\xFE{}\xFE\xFE\xFE\xFE\xFE\xFE{}\xFE{}", attribute.number, attribute.name,
-                     attribute.justification, attribute.width);
+  return fmt::format("A\xFE{}\xFE{}{}\xFE\xFE\xFE\xFE\xFE\xFE{}\xFE{}", attribute.number, attribute.name,
+                     attribute.justification == 'R' ? " " : "", attribute.justification, attribute.width);
 }
 
 std::vector<BuiltInItem> MakeItems() {
