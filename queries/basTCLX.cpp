@@ -67,7 +67,8 @@ void PrintColumn(Listing& listing, std::int32_t column, std::int32_t row, std::s
 }  // namespace
 
 void SelectAndSave() {
-  if (EExecute(Session().CmdSentenceText) == "ERROR") {
+  const std::string sentence = Session().CmdSentenceText;
+  if (EExecute(sentence) == "ERROR") {
     PPrint(Concat({"ERROR: ", ErrorDetail()}), /*lineEnd=*/true);
     return;
   }
@@ -80,7 +81,7 @@ void SelectAndSave() {
 }
 
 void QueryListing() {
-  const std::string& sentence = Session().CmdSentenceText;
+  const std::string sentence = Session().CmdSentenceText;
   PPrint(Concat({CursorAt(-1, -1), sentence, CrLf}), /*lineEnd=*/true);
   Listing listing;
   if (EExecute(sentence) == "ERROR") {

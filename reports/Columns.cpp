@@ -1,6 +1,8 @@
 #include "reports/Columns.h"
 
 #include <algorithm>
+#include <unordered_map>
+#include <utility>
 
 #include "reports/basNvLibAdd.h"
 #include "session/Marks.h"
@@ -62,26 +64,53 @@ std::string FindColumnItem(const std::string& word, std::string_view dictionary)
   return item;
 }
 
-// Whether the modifiers hold the phrase. At their very start it doesn't count.
-bool HasPhrase(std::string_view modifierList, std::string_view verb, std::string_view word,
-               std::string_view end) {
-  const std::size_t at = FindInAnyCase(modifierList, Concat({ValueMark, verb, ValueMark, word, end}));
-  return at != std::string_view::npos && at > 0;
-}
+// The words that a phrase of the modifiers names: a value "TOTAL" and the word as the next value, or
+// "BREAK-ON" and a value that begins with the word and a SubvalueMark. Read once, since a sentence may hold
+// thousands. Words are in capitals: letter case doesn't count. A word's first phrase decides, and at the very
+// start of the modifiers it doesn't count.
+class Phrases {
+ public:
+  explicit Phrases(std::string_view modifierList) {
+    PartWalk values(modifierList.substr(1, modifierList.size() - 2), ValueMark);
+    std::string_view verb = values.Next();
+    for (bool atStart = true; !values.AtEnd(); atStart = false) {
+      const std::string_view value = values.Next();
+      if (EqualInAnyCase(verb, "TOTAL")) totals_.try_emplace(ToUpper(value), !atStart);
+      if (EqualInAnyCase(verb, "BREAK-ON") && value.find(SubvalueMark) != std::string_view::npos) {
+        breaks_.try_emplace(ToUpper(value.substr(0, value.find(SubvalueMark))), !atStart);
+      }
+      verb = value;
+    }
+  }
+
+  bool IsTotal(std::string_view word) const { return Holds(totals_, word); }
+  bool IsBreak(std::string_view word) const { return Holds(breaks_, word); }
+
+ private:
+  using Words = std::unordered_map<std::string, bool>;  // false: the phrase doesn't count
+  static bool Holds(const Words& words, std::string_view word) {
+    const auto found = words.find(ToUpper(word));
+    return found != words.end() && found->second;
+  }
+
+  Words totals_;
+  Words breaks_;
+};
 
 // The ColumnItem of a word, with its marks set and its correlative compiled; sets `anyTotal` when it is
 // totalled.
-std::string PrepareColumnItem(const std::string& word, const ReportSentence& report, bool& anyTotal) {
+std::string PrepareColumnItem(const std::string& word, const ReportSentence& report, const Phrases& phrases,
+                              bool& anyTotal) {
   std::string item = FindColumnItem(word, report.dictionaryFile);
   if (item.empty()) {
     item = Concat({"ERROR", AttributeMark, AttributeMark, "ERROR(", word, ")"});
   } else {
     if (Trim(Attribute(item, kHeadingAttribute)).empty()) item = RReplace(item, kHeadingAttribute, word);
-    if (HasPhrase(report.modifierList, "TOTAL", word, ValueMark)) {
+    if (phrases.IsTotal(word)) {
       item = RReplace(item, kTotalAttribute, kTotalMark);
       anyTotal = true;
     }
-    if (HasPhrase(report.modifierList, "BREAK-ON", word, SubvalueMark)) {
+    if (phrases.IsBreak(word)) {
       item = RReplace(item, kBreakAttribute, kBreakMark);
     }
   }
@@ -93,19 +122,41 @@ std::int32_t UsableWidth(std::int32_t width) {
   return width < 1 ? kDefaultWidth : std::min(width, kWidestColumn);
 }
 
-// One value after another, each read from the cell as the ones before have left it: a result that holds marks
-// of its own moves the values behind it.
-void ConvertInPlace(std::string& cell, std::string_view conversion) {
-  const std::int32_t count = DDCount(cell, ValueMark);
-  for (std::int32_t value = 1; value <= count; ++value) {
-    const std::string result = OOConv(EExtract(cell, 1, value, 0), conversion);
-    if (result != kInconvertible) cell = RReplace(cell, 1, value, result);
-  }
-}
+// The values of a cell that are still to be converted. A result that holds marks of its own moves the values
+// behind it: what stands behind its first value comes next, before the others.
+class WaitingValues {
+ public:
+  explicit WaitingValues(std::string values) { PutFirst(std::move(values)); }
 
-bool HoldsMark(std::string_view text) {
-  return text.find(AttributeMark) != std::string_view::npos || text.find(ValueMark) != std::string_view::npos;
-}
+  void PutFirst(std::string values) { pieces_.push_back({std::move(values), 0}); }
+
+  // False when none is left.
+  bool TakeNext(std::string& value) {
+    if (pieces_.empty()) return false;
+    Piece& piece = pieces_.back();
+    const std::size_t end = piece.text.find(ValueMark, piece.at);
+    value.assign(piece.text, piece.at, end == std::string::npos ? end : end - piece.at);
+    piece.at = end + 1;
+    if (end == std::string::npos) pieces_.pop_back();
+    return true;
+  }
+
+  // All that are left, with a ValueMark before each.
+  std::string TakeAll() {
+    std::string all;
+    for (; !pieces_.empty(); pieces_.pop_back()) {
+      all.append(ValueMark).append(pieces_.back().text, pieces_.back().at);
+    }
+    return all;
+  }
+
+ private:
+  struct Piece {
+    std::string text;
+    std::size_t at;  // where its next value begins
+  };
+  std::vector<Piece> pieces_;  // the next one last
+};
 
 }  // namespace
 
@@ -129,10 +180,11 @@ ReportColumns PrepareColumns(const ReportSentence& report) {
     prepared.columns = DefaultColumns(report.dictionaryFile);
     return prepared;
   }
+  const Phrases phrases(report.modifierList);
   PartWalk words(report.columnWords, ValueMark);
   while (!words.AtEnd()) {
     const std::string word(words.Next());
-    prepared.columns.emplace_back(PrepareColumnItem(word, report, prepared.anyTotal));
+    prepared.columns.emplace_back(PrepareColumnItem(word, report, phrases, prepared.anyTotal));
   }
   return prepared;
 }
@@ -144,25 +196,39 @@ std::string StoredCell(const ReportColumn& column, std::string_view dataItem, st
   return ApplyCorrelative(cell, column.correlative, dataItem, itemId, dataFile);
 }
 
+// Value i is converted as the cell stands after the values before it. Only attribute 1 of the cell has
+// values; behind its last one a value is empty, and a result there makes the values up to it.
 void ConvertCell(const ReportColumn& column, std::string& cell) {
   if (column.conversion.empty() || cell.empty()) return;
-  if (!HoldsMark(cell)) {
-    std::string result = OOConv(cell, column.conversion);
-    if (result != kInconvertible) cell = std::move(result);
-    return;
-  }
-  std::string converted;
-  PartWalk values(cell, ValueMark);
-  for (bool first = true; !values.AtEnd(); first = false) {
-    const std::string_view value = values.Next();
-    const std::string result = OOConv(value, column.conversion);
-    if (HoldsMark(result) || value.find(AttributeMark) != std::string_view::npos) {
-      return ConvertInPlace(cell, column.conversion);
+  const std::int32_t count = DDCount(cell, ValueMark);
+  const std::size_t attributeEnd = cell.find(AttributeMark);
+  std::string behind = attributeEnd == std::string::npos ? std::string() : cell.substr(attributeEnd);
+  WaitingValues waiting(cell.substr(0, attributeEnd));
+  ValueJoin done;
+  std::int32_t skipped = 0;  // places behind the last value that got none
+  std::string value;
+  for (std::int32_t place = 1; place <= count; ++place) {
+    const bool exists = waiting.TakeNext(value);
+    if (!exists) value.clear();
+    std::string result = OOConv(value, column.conversion);
+    if (result == kInconvertible) {
+      if (exists) {
+        done.Add(value);
+      } else {
+        ++skipped;
+      }
+      continue;
     }
-    if (!first) converted += ValueMark;
-    converted += result == kInconvertible ? value : std::string_view(result);
+    for (; !exists && skipped > 0; --skipped) done.Add("");
+    if (const std::size_t mark = result.find(AttributeMark); mark != std::string::npos) {
+      behind.insert(0, result.substr(mark) + waiting.TakeAll());
+      result.resize(mark);
+    }
+    const std::size_t mark = result.find(ValueMark);
+    done.Add(std::string_view(result).substr(0, mark));
+    if (mark != std::string::npos) waiting.PutFirst(result.substr(mark + 1));
   }
-  cell = std::move(converted);
+  cell = Concat({done.Take(), waiting.TakeAll(), behind});
 }
 
 }  // namespace nvadmin

@@ -30,7 +30,9 @@ enum class Run { kGoesOn, kListExhausted, kQuit, kItemMissing };
 // One place of a line, from the left: the item ID or a column.
 struct DisplayPosition {
   std::int32_t width = 0;
-  std::string mask;  // of a cell: justification, "#", width
+  std::string mask;         // of a cell: justification, "#", width
+  std::string headingMask;  // one wider, as a cell with its blank is
+  std::string heading;
 };
 
 struct Report {
@@ -40,8 +42,6 @@ struct Report {
   std::size_t firstColumn = 0;  // display position of the first column: 1 behind the item ID, else 0
 
   std::vector<DisplayPosition> positions;
-  std::string headingLine;
-  std::string underlineLine;
 
   std::vector<std::string> row;  // the cells of the current item, by display position
   Totals totals{0};
@@ -57,9 +57,8 @@ std::string Mask(std::string_view justification, std::int32_t width) {
 
 void AddPosition(Report& report, std::string_view justification, std::int32_t width,
                  std::string_view heading) {
-  report.positions.push_back({width, Mask(justification, width)});
-  report.headingLine += FFmt(heading, Mask(justification, width + 1));
-  report.underlineLine.append(static_cast<std::size_t>(width), '=').append(" ");
+  report.positions.push_back(
+      {width, Mask(justification, width), Mask(justification, width + 1), std::string(heading)});
 }
 
 void BuildHeading(Report& report) {
@@ -76,12 +75,23 @@ void EndLine(Report& report) {
   report.lineIsOpen = false;
 }
 
+// Lines go out position by position: a column may be a million characters wide, and there may be thousands.
+void PrintHeading(const Report& report) {
+  for (const DisplayPosition& position : report.positions) {
+    PPrint(FFmt(position.heading, position.headingMask), /*lineEnd=*/false);
+  }
+  PPrint("", /*lineEnd=*/true);
+  for (const DisplayPosition& position : report.positions) {
+    PPrint(std::string(static_cast<std::size_t>(position.width), '=') + " ", /*lineEnd=*/false);
+  }
+  PPrint("", /*lineEnd=*/true);
+}
+
 void PrintPageHeader(Report& report) {
   const std::string page = FFmt(Concat({"Page ", std::to_string(report.pageNumber)}), "L#12");
   PPrint(Concat({CursorAt(-1, -1), CursorAt(0, 0), page, Session().CmdSentenceText}), /*lineEnd=*/true);
   PPrint("", /*lineEnd=*/true);
-  PPrint(report.headingLine, /*lineEnd=*/true);
-  PPrint(report.underlineLine, /*lineEnd=*/true);
+  PrintHeading(report);
   report.lineIsOpen = false;
   report.lineCount = kHeaderLines;
 }
@@ -101,15 +111,13 @@ Run StepPage(Report& report) {
 
 // A line of sums. It goes on from where the line before stopped. Requires a column that is totalled.
 Run PrintTotalLine(Report& report, std::string_view label, TotalRow totalRow) {
-  std::string line = FFmt(label, Mask("L", report.positions[0].width));
+  PPrint(FFmt(label, Mask("L", report.positions[0].width)), /*lineEnd=*/false);
   for (std::size_t position = 1; position < report.positions.size(); ++position) {
     const std::size_t index = position - report.firstColumn;
     const ReportColumn& column = report.columns[index];
     const std::string text = column.isTotalled ? report.totals.Show(totalRow, column, index) : " ";
-    line += FFmt(text, report.positions[position].mask);
-    line += ' ';
+    PPrint(FFmt(text, report.positions[position].mask) + " ", /*lineEnd=*/false);
   }
-  PPrint(line, /*lineEnd=*/false);
   EndLine(report);
   report.lineCount += 2;
   return StepPage(report);
@@ -119,12 +127,10 @@ Run PrintValueLine(Report& report, std::vector<PartWalk>& values) {
   EndLine(report);
   ++report.lineCount;
   if (StepPage(report) == Run::kQuit) return Run::kQuit;
-  std::string line;
   for (std::size_t position = 0; position < report.positions.size(); ++position) {
-    line += FFmt(Concat({values[position].Next(), " "}), report.positions[position].mask);
-    line += ' ';
+    PPrint(FFmt(Concat({values[position].Next(), " "}), report.positions[position].mask) + " ",
+           /*lineEnd=*/false);
   }
-  PPrint(line, /*lineEnd=*/false);
   report.lineIsOpen = true;
   return Run::kGoesOn;
 }
@@ -204,7 +210,8 @@ void PrintEnd(Report& report) {
 
 void TerminalReport() {
   Report report;
-  const std::string message = AnalyseReportSentence(Session().CmdSentenceText, report.sentence);
+  const std::string sentence = Session().CmdSentenceText;
+  const std::string message = AnalyseReportSentence(sentence, report.sentence);
   if (!message.empty()) {
     PPrint(message, /*lineEnd=*/true);
     PPrint(": ", /*lineEnd=*/false);

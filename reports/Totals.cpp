@@ -57,13 +57,14 @@ bool Totals::Take(const ReportColumn& column, std::size_t index, std::string_vie
                   std::int64_t itemCount) {
   if (column.isTotalled && !cell.empty()) {
     Sums& sums = totalsTable_[index];
-    PartWalk values(cell, ValueMark);
+    PartWalk values = WalkValues(cell);
     while (!values.AtEnd()) {
       std::int64_t number = 0;
       if (!ReadFixedPoint(values.Next(), number) || __builtin_add_overflow(sums.grand, number, &sums.grand) ||
           __builtin_add_overflow(sums.sub, number, &sums.sub)) {
-        throw EngineFailure(Concat({"the total of column '", column.heading,
-                                    "' leaves its range, 922,337,203,685,477.5807 either way"}));
+        throw EngineFailure(
+            Concat({"the total of column '", column.heading,
+                    "' leaves its range, -922,337,203,685,477.5808 to 922,337,203,685,477.5807"}));
       }
     }
   }

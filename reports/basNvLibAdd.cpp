@@ -72,10 +72,9 @@ double NumberAtStart(std::string_view text) {
   return digits.starts_with('-') ? -HUGE_VAL : HUGE_VAL;
 }
 
-// The ordinary decimal form, without an exponent, with up to 15 significant digits.
+// The ordinary decimal form of a finite number, without an exponent, with up to 15 significant digits.
 std::string DecimalText(double number) {
   constexpr int kSignificantDigits = 15;
-  if (!std::isfinite(number)) return std::string(kOutOfRange);
   if (number == 0) return "0";
 
   std::array<char, 32> text{};  // d.dddddddddddddde+XXX
@@ -112,48 +111,49 @@ struct Operator {
 constexpr std::array<Operator, 5> kOperators = {
     {{"+", Add}, {"-", Subtract}, {"*", Multiply}, {"/", Divide}, {"^", Power}}};
 
-// One operand of a list: the values of its attribute, walked beside those of the cell.
+// One operand of a list: the values of its attribute, walked beside those of the cell; operand "0" is the
+// item ID at every position.
 struct Operand {
-  std::string attribute;  // what the walk reads
-  std::optional<PartWalk> values;
-  std::string_view itemId;  // for operand "0", which has the same text at every position
+  PartWalk values;
+  std::string_view itemId;
+  bool isItemId = false;
 
-  std::string_view Next() { return values ? values->Next() : itemId; }
+  std::string_view Next() { return isItemId ? itemId : values.Next(); }
 };
 
 class CompiledList {
  public:
   CompiledList(std::string_view list, std::string_view dataItem, std::string_view itemId)
-      : entries_(Split(list, ";")), operands_(entries_.size() / 2 + 1) {
+      : entries_(Split(list, ";")) {
     for (std::size_t entry = 1; entry < entries_.size(); entry += 2) {
-      Operand& operand = operands_[entry / 2];
-      if (entries_[entry] == "0") {
-        operand.itemId = itemId;
-      } else {
-        operand.attribute = EExtract(dataItem, LeadingWholeNumber(entries_[entry]), 0, 0);
-        operand.values.emplace(operand.attribute, ValueMark);
-      }
+      const std::string_view attribute = AttributeView(dataItem, LeadingWholeNumber(entries_[entry]));
+      operands_.push_back({PartWalk(attribute, ValueMark), itemId, entries_[entry] == "0"});
     }
   }
 
   // The result at the next value position.
   std::string Next() {
     std::string result(operands_[0].Next());
+    bool inRange = true;
     for (std::size_t entry = 3; entry < entries_.size(); entry += 2) {
-      Combine(result, entries_[entry - 1], operands_[entry / 2].Next());
+      inRange = Combine(result, entries_[entry - 1], operands_[entry / 2].Next()) && inRange;
     }
-    return result;
+    return inRange ? result : std::string(kOutOfRange);
   }
 
  private:
-  static void Combine(std::string& result, std::string_view sign, std::string_view operand) {
+  // False when the result is no number that there is.
+  static bool Combine(std::string& result, std::string_view sign, std::string_view operand) {
     const auto found = std::find_if(kOperators.begin(), kOperators.end(),
                                     [sign](const Operator& row) { return row.sign == sign; });
     if (found == kOperators.end()) {
       result.append(ValueMark).append(operand);
-    } else {
-      result = DecimalText(found->combine(NumberAtStart(result), NumberAtStart(operand)));
+      return true;
     }
+    const double number = found->combine(NumberAtStart(result), NumberAtStart(operand));
+    if (!std::isfinite(number)) return false;
+    result = DecimalText(number);
+    return true;
   }
 
   std::vector<std::string_view> entries_;  // entry 0 is "CUSTOMA"; operands stand at odd places
@@ -163,24 +163,20 @@ class CompiledList {
 std::string ApplyCompiledList(std::string_view value, std::string_view list, std::string_view dataItem,
                               std::string_view itemId) {
   CompiledList compiled(list, dataItem, itemId);
-  std::string result;
+  ValueJoin result;
   PartWalk values(value, ValueMark);
-  for (bool first = true; !values.AtEnd(); first = false) {
+  while (!values.AtEnd()) {
     values.Next();
-    if (!first) result.append(ValueMark);
-    result += compiled.Next();
+    result.Add(compiled.Next());
   }
-  return result;
+  return result.Take();
 }
 
 std::string ApplyCode(std::string_view value, std::string_view code) {
-  std::string result;
+  ValueJoin result;
   PartWalk values(value, ValueMark);
-  for (bool first = true; !values.AtEnd(); first = false) {
-    if (!first) result.append(ValueMark);
-    result += OOConv(values.Next(), code);
-  }
-  return result;
+  while (!values.AtEnd()) result.Add(OOConv(values.Next(), code));
+  return result.Take();
 }
 
 }  // namespace

@@ -9,7 +9,8 @@ SessionState& Session() {
 
 EngineCallBack& LentEngine() {
   EngineCallBack* engine = Session().Engine;
-  if (engine == nullptr) throw EngineFailure("the session has no engine: its port is closed");
+  if (engine == nullptr)
+    throw EngineFailure("the session has no engine: its port is closed, or CallBack lent none");
   return *engine;
 }
 

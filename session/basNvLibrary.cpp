@@ -68,7 +68,7 @@ std::optional<double> NumberIn(const InputArgument& argument) {
   std::string_view digits = Trim(*text);
   if (!IsNumber(digits)) return std::nullopt;
   if (digits.starts_with('+')) digits.remove_prefix(1);
-  double number = 0;
+  double number = HUGE_VAL;  // stays so when the digits are too many
   std::from_chars(digits.data(), digits.data() + digits.size(), number);
   return number;
 }
