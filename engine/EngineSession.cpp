@@ -111,10 +111,15 @@ EngineSession::~EngineSession() {
 void EngineSession::InstallHooks() {
   hookOwner = this;
   mv::Hooks().readItem = [this](std::string_view file, std::string_view id, std::string& item) {
-    const std::int32_t index = FindOrOpen(file);
-    return index >= 0 && !id.empty() && CurrentStore().Read(files_[index].table, id, item);
+    return translations_.Read(file, id, item);
   };
   mv::Hooks().sendToClient = [this](std::string_view text) { WriteOutput(text, true); };
+}
+
+bool EngineSession::ReadForTranslation(std::string_view file, std::string_view id, std::string& item) {
+  StopIfInterrupted();
+  const std::int32_t index = FindOrOpen(file);
+  return index >= 0 && !id.empty() && CurrentStore().Read(files_[index].table, id, item);
 }
 
 void EngineSession::StopIfInterrupted() const {
@@ -160,6 +165,8 @@ bool EngineSession::ReadInput(std::string& target, std::int32_t length, bool lin
 
   port_.Flush();
   const InputResult result = port_.ReadLine(target, length, lineEnd);
+  // At the end of input nobody was waited for: a report that runs into a file is one piece.
+  if (result != InputResult::kEnd) translations_.Forget();
   StopIfInterrupted();
   switch (result) {
     case InputResult::kLine:
@@ -193,6 +200,7 @@ void EngineSession::WriteOutput(std::string_view text, bool lineEnd) {
 std::string EngineSession::ExecuteSentence(std::string_view sentence) {
   StopIfInterrupted();
   ForgetWhatOthersMayChange();
+  translations_.Forget();
   walkRow_ = 0;
   SentenceResult result = RunSentence(*this, sentence);
   if (result.ok) {
@@ -259,6 +267,7 @@ bool EngineSession::EnterAccount(std::string_view name, std::string& error) {
   }
   current_ = entered.get();
   store_ = current_->store.get();
+  translations_.Forget();
   return true;
 }
 
@@ -317,6 +326,11 @@ const EngineSession::OpenedFile* EngineSession::FindFile(std::string_view fileVa
 const EngineSession::OpenedFile* EngineSession::FindFileToChange(std::string_view fileVar) {
   if (writing_ != nullptr && !writing_->HasOpenWrites()) CommitOpenWrites();
   return FindFile(fileVar);
+}
+
+void EngineSession::ForgetItems() {
+  DropReadAhead();
+  translations_.Forget();
 }
 
 void EngineSession::ForgetWhatOthersMayChange() {
@@ -471,7 +485,7 @@ bool EngineSession::Put(const Change& change, std::string_view fileVar, std::str
   const OpenedFile* file = FindFileToChange(fileVar);
   if (file == nullptr) return false;
   if (id.empty()) return Refuse(fmt::format("an item of table {} can't have an empty ID", file->tableName));
-  DropReadAhead();
+  ForgetItems();
 
   // The lock first, then the transaction; without a lock of its own a write asks behind the transaction's
   // start.
@@ -507,7 +521,7 @@ bool EngineSession::Put(const Change& change, std::string_view fileVar, std::str
 bool EngineSession::DeleteItem(std::string_view fileVar, std::string_view id) {
   const OpenedFile* file = FindFileToChange(fileVar);
   if (file == nullptr) return false;
-  DropReadAhead();
+  ForgetItems();
   BeginWrites(*file);
   std::string error;
   if (!locks_.Check(file->account->account.name, file->tableName, id, error)) return Refuse(std::move(error));

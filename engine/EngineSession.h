@@ -19,6 +19,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -32,6 +33,7 @@
 #include "engine/Locks.h"
 #include "engine/Port.h"
 #include "engine/ResultGrid.h"
+#include "engine/TranslationMemory.h"
 #include "engine/query/Text.h"
 #include "engine/stores/Store.h"
 #include "session/EngineCallBack.h"
@@ -114,6 +116,10 @@ class EngineSession final : public EngineCallBack {
   bool IsTypedSentence(std::string_view sentence) const { return sentence == typedSentence_; }
   // Keeps the keys (column 0) of the grid for the next typed sentence.
   void KeepList();
+  // Whether a report's cells go into the grid. Only a page of a native account takes them from there; a
+  // terminal's report reads the items itself, and a list of a million of them should cost no more than their
+  // keys.
+  bool WantsReportCells() const { return CurrentAccount().IsNative() && port_.ShowsPages(); }
 
  private:
   // An account that the session has been in: its store stays open for the files opened there.
@@ -153,6 +159,7 @@ class EngineSession final : public EngineCallBack {
   class LockClaim;
 
   void InstallHooks();
+  bool ReadForTranslation(std::string_view file, std::string_view id, std::string& item);
   void StopIfInterrupted() const;
   bool Refuse(std::string text);
 
@@ -169,6 +176,8 @@ class EngineSession final : public EngineCallBack {
   void FillReadAhead(const OpenedFile& file);
   void StartReadAhead(const OpenedFile& file);
   void DropReadAhead() { ahead_.file = -1; }
+  // Also drops what translations remember.
+  void ForgetItems();
 
   bool ReadLocked(std::string& text, std::string_view fileVar, std::string_view id,
                   const std::int32_t* attribute);
@@ -203,6 +212,7 @@ class EngineSession final : public EngineCallBack {
   ResultGrid grid_;
   std::int32_t walkRow_ = 0;  // the row whose key was asked for last
   ReadAhead ahead_;
+  TranslationMemory translations_{std::bind_front(&EngineSession::ReadForTranslation, this)};
   std::string buffer_;  // what the store reads into: arguments may alias the result
 
   std::string errorDetail_;

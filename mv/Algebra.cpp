@@ -1,6 +1,6 @@
 // A: algebraic expressions, evaluated while they are read.
 //   expression = IF expression THEN expression ELSE expression | operand { operator operand }
-//   operand    = plain { R | (code) | [start,count] }
+//   operand    = - operand | plain { R | (code) | [start,count] }
 //   plain      = ( expression ) | "text" | number | word | function ( ... )
 // Operators of one level bind from left to right, those of a higher level first.
 #include "mv/Effort.h"
@@ -89,8 +89,14 @@ class Algebra {
   }
 
   bool ReadOperand(Operand& result) {
-    SkipBlanks();
+    if (Take("-")) return ReadNegated(result);
     return ReadPlainOperand(result) && Spend(result.text.size() + 1) && ReadSuffixes(result);
+  }
+
+  bool ReadNegated(Operand& result) {
+    const NestingLevel level;
+    return level.IsAllowed() && ReadOperand(result) &&
+           Combine(SubtractValues, {"0", true}, result, fractions_, result);
   }
 
   bool ReadPlainOperand(Operand& result) {

@@ -54,7 +54,8 @@ std::string DayNumberText(int year, int month, int day);
 // Input routines: what a user typed under the code behind its letters, brought to its stored form.
 bool ReadDate(std::string_view typed, std::string_view code, std::string& stored);
 bool ReadTime(std::string_view typed, std::string_view code, std::string& stored);
-bool ReadMaskedDecimal(std::string_view typed, std::string_view code, std::string& stored);      // MD
-bool ReadTextMaskedDecimal(std::string_view typed, std::string_view code, std::string& stored);  // ML, MR
+bool ReadMaskedDecimal(std::string_view typed, std::string_view code, std::string& stored);       // MD
+bool ReadLeftMaskedDecimal(std::string_view typed, std::string_view code, std::string& stored);   // ML
+bool ReadRightMaskedDecimal(std::string_view typed, std::string_view code, std::string& stored);  // MR
 
 }  // namespace nvadmin::mv

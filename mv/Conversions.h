@@ -31,8 +31,8 @@ std::string Oconv(std::string_view value, std::string_view code);
 std::string Oconv(std::string_view value, std::string_view code, const ConversionContext& context);
 
 // What a user typed, brought to its stored form under an output code: dates (D), times (MT) and masked
-// decimals (MD, ML, MR). True for any other code, with `stored` being `typed` unchanged; false when the text
-// can't be read under the code.
+// decimals (MD, ML, MR; of a mask alone its literals are taken out). True for any other code, with `stored`
+// being `typed` unchanged; false when the text can't be read under the code.
 bool Iconv(std::string_view typed, std::string_view code, std::string& stored);
 
 // One value (marks are ordinary characters) laid out by a mask such as "L#12", "R2,#10", "10'0'R".

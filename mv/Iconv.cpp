@@ -17,8 +17,8 @@ constexpr InputFamily kInputFamilies[] = {
     {"D", ReadDate},
     {"MT", ReadTime},
     {"MD", ReadMaskedDecimal},
-    {"ML", ReadTextMaskedDecimal},
-    {"MR", ReadTextMaskedDecimal},
+    {"ML", ReadLeftMaskedDecimal},
+    {"MR", ReadRightMaskedDecimal},
 };
 
 bool ReadOnce(std::string_view typed, std::string_view code, std::string& stored) {

@@ -108,6 +108,14 @@ bool ReadDecimal(std::string_view typed, const NumberFormat& format, std::string
   return true;
 }
 
+bool ReadFromMask(std::string_view typed, std::string_view codeText, Justification justification,
+                  std::string& stored) {
+  const DecimalCode code = ParseDecimalCode(codeText, kSignCodesBeforeMask);
+  if (!code.onlyMask) return ReadDecimal(typed, code.format, stored);
+  if (!TakeOutOfMask(typed, WithoutParentheses(code.rest), justification, stored)) stored.assign(typed);
+  return true;
+}
+
 }  // namespace
 
 bool ConvertMaskedDecimal(const Conversion& conversion, std::string& result) {
@@ -136,11 +144,12 @@ bool ReadMaskedDecimal(std::string_view typed, std::string_view codeText, std::s
   return ParseWidth(code.rest, width, fill) && ReadDecimal(typed, code.format, stored);
 }
 
-bool ReadTextMaskedDecimal(std::string_view typed, std::string_view codeText, std::string& stored) {
-  const DecimalCode code = ParseDecimalCode(codeText, kSignCodesBeforeMask);
-  if (!code.onlyMask) return ReadDecimal(typed, code.format, stored);
-  stored.assign(typed);
-  return true;
+bool ReadLeftMaskedDecimal(std::string_view typed, std::string_view code, std::string& stored) {
+  return ReadFromMask(typed, code, Justification::kLeft, stored);
+}
+
+bool ReadRightMaskedDecimal(std::string_view typed, std::string_view code, std::string& stored) {
+  return ReadFromMask(typed, code, Justification::kRight, stored);
 }
 
 }  // namespace nvadmin::mv

@@ -43,6 +43,21 @@ MaskSize Measure(std::string_view mask) {
   return size;
 }
 
+// Appends a piece: of its places `before` stay unused, the next take from the text, the rest stay unused too.
+void AppendPiece(const MaskPiece& piece, std::size_t& before, std::string_view& text, std::string& result) {
+  if (!piece.isPlaces) {
+    result.push_back(piece.character);
+    return;
+  }
+  const std::size_t fill = std::min(piece.count, before);
+  const std::size_t taken = std::min(piece.count - fill, text.size());
+  result.append(fill, piece.character);
+  result.append(text.substr(0, taken));
+  result.append(piece.count - fill - taken, piece.character);
+  before -= fill;
+  text.remove_prefix(taken);
+}
+
 }  // namespace
 
 std::string_view WithoutParentheses(std::string_view mask) {
@@ -66,7 +81,12 @@ std::size_t PlacesBefore(std::size_t unused, Justification justification) {
 
 bool AppendInMask(std::string_view text, std::string_view mask, Justification justification,
                   std::string& result) {
-  const MaskSize size = Measure(mask);
+  // Most masks are one piece, such as #12: it is taken but once.
+  MaskPiece piece;
+  if (!TakePiece(mask, piece)) return true;
+  MaskSize size = Measure(mask);
+  size.total += piece.count;
+  if (piece.isPlaces) size.places += piece.count;
   if (size.total > kMaxResultBytes) return false;
   if (text.size() > size.places) {
     text = justification == Justification::kRight ? text.substr(text.size() - size.places)
@@ -74,21 +94,32 @@ bool AppendInMask(std::string_view text, std::string_view mask, Justification ju
   }
   std::size_t before = PlacesBefore(size.places - text.size(), justification);
   result.reserve(result.size() + size.total);
-  MaskPiece piece;
-  while (TakePiece(mask, piece)) {
-    if (!piece.isPlaces) {
-      result.push_back(piece.character);
-      continue;
-    }
-    const std::size_t fill = std::min(piece.count, before);
-    const std::size_t taken = std::min(piece.count - fill, text.size());
-    result.append(fill, piece.character);
-    result.append(text.substr(0, taken));
-    result.append(piece.count - fill - taken, piece.character);
-    before -= fill;
-    text.remove_prefix(taken);
-  }
+  AppendPiece(piece, before, text, result);
+  while (TakePiece(mask, piece)) AppendPiece(piece, before, text, result);
   return true;
+}
+
+bool TakeOutOfMask(std::string_view text, std::string_view mask, Justification justification,
+                   std::string& result) {
+  const MaskSize size = Measure(mask);
+  if (size.places == size.total || text.size() > size.total) return false;
+  std::size_t skipped = justification == Justification::kRight ? size.total - text.size() : 0;
+  std::string taken;
+  MaskPiece piece;
+  while (!text.empty() && TakePiece(mask, piece)) {
+    const std::size_t outside = std::min(piece.count, skipped);
+    skipped -= outside;
+    const std::string_view covered = text.substr(0, piece.count - outside);
+    text.remove_prefix(covered.size());
+    if (piece.isPlaces) {
+      taken.append(covered);
+    } else if (!covered.empty() && covered.front() != piece.character) {
+      return false;
+    }
+  }
+  const std::string_view trimmed = TrimBlanks(taken);
+  result.append(trimmed);
+  return !trimmed.empty();
 }
 
 }  // namespace nvadmin::mv

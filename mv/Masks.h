@@ -18,6 +18,12 @@ std::string_view WithoutParentheses(std::string_view mask);
 bool AppendInMask(std::string_view text, std::string_view mask, Justification justification,
                   std::string& result);
 
+// Takes the literals of the mask back out of a text that was typed with them, as far as it reaches: from the
+// left, or for kRight from the right. Blanks around what remains are dropped. False when the mask has no
+// literals, or the text hasn't got them where the mask has.
+bool TakeOutOfMask(std::string_view text, std::string_view mask, Justification justification,
+                   std::string& result);
+
 // How many of the unused places stand before a text of that justification.
 std::size_t PlacesBefore(std::size_t unused, Justification justification);
 

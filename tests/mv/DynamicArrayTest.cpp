@@ -1,5 +1,8 @@
 #include "mv/DynamicArray.h"
 
+#include <random>
+#include <vector>
+
 #include <stdexcept>
 
 #include "tests/mv/Notation.h"
@@ -190,6 +193,28 @@ TEST(DynamicArray, Compare) {
   };
   for (const auto& row : rows) {
     EXPECT_EQ(Compare(WithBlanks(row.left), row.op, WithBlanks(row.right)), row.want) << row.fault;
+  }
+}
+
+// Many marks are counted off in blocks; where a block begins or ends must not matter.
+TEST(DynamicArray, LongTextsAgreeWithAPlainSplit) {
+  std::mt19937 random(20000);
+  for (int round = 0; round < 300; ++round) {
+    std::vector<std::string> parts(1 + random() % 200);
+    const auto longest = 1 + random() % 9;
+    std::string text;
+    for (std::size_t at = 0; at < parts.size(); ++at) {
+      parts[at].assign(random() % longest, static_cast<char>('a' + at % 26));
+      text.append(at == 0 ? "" : "\xFE").append(parts[at]);
+    }
+    const auto count = static_cast<std::int32_t>(parts.size());
+    ASSERT_EQ(Count(text, "\xFE"), text.empty() ? 0 : count);
+    for (std::int32_t at = 1; at <= count; ++at) {
+      ASSERT_EQ(Extract(text, at), parts[static_cast<std::size_t>(at - 1)]) << at << " of " << count;
+      ASSERT_EQ(Extract(Replace(text, at, 0, 0, "new"), at), "new") << at << " of " << count;
+    }
+    ASSERT_EQ(Extract(text, count + 1), "");
+    ASSERT_EQ(Replace(text, count + 2, 0, 0, "x"), text + "\xFE\xFEx");
   }
 }
 

@@ -37,6 +37,7 @@ TEST(Robustness, WildCodesAnswerInTime) {
       {"expression nested too deep", "1", "A;" + Repeat("(", 10000) + "1" + Repeat(")", 10000), "####"},
       {"open parentheses nested too deep", "1", "A;" + Repeat("(", 100000), "####"},
       {"functions nested too deep", "1", "A;" + Repeat("S(", 10000) + "1" + Repeat(")", 10000), "####"},
+      {"minus signs nested too deep", "1", "A;" + Repeat("-", 100000) + "1", "####"},
       {"choices nested too deep", "1", "A;" + Repeat("IF ", 10000), "####"},
       {"codes nested too deep", "1", "A;" + Repeat("1(A;", 10000) + "1" + Repeat(")", 10000), "####"},
       {"fair nesting refused", "1", "A;" + Repeat("(", 100) + "1" + Repeat(")", 100), "1"},

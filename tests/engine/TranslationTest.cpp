@@ -1,0 +1,194 @@
+// File translation through a session: what is remembered of it, for how long, and that it ends.
+#include <algorithm>
+#include <map>
+
+#include "engine/TranslationMemory.h"
+#include "mv/Conversions.h"
+#include "mv/EngineHooks.h"
+#include "tests/engine/Workshop.h"
+
+namespace nvadmin::engine {
+namespace {
+
+// A file of items that counts how often each is read.
+struct CountingFile {
+  std::map<std::string, int> reads;
+  std::string body;
+  TranslationMemory memory{[this](std::string_view file, std::string_view id, std::string& item) {
+    ++reads[std::string(file) + ' ' + std::string(id)];
+    item = id.starts_with("none") ? "left over" : std::string(id) + body;
+    return !id.starts_with("none");
+  }};
+
+  int Reads() const {
+    int sum = 0;
+    for (const auto& [target, times] : reads) sum += times;
+    return sum;
+  }
+};
+
+TEST(TranslationMemory, ReadsEachTargetOnce) {
+  CountingFile file;
+  std::string item;
+  for (int row = 0; row < 100'000; ++row) {
+    const std::string id = std::to_string(row % 250);
+    ASSERT_TRUE(file.memory.Read("COUNTRIES", id, item));
+    ASSERT_EQ(item, id);
+    ASSERT_FALSE(file.memory.Read("COUNTRIES", "none" + id, item = "old"));
+    ASSERT_EQ(item, "");
+  }
+  EXPECT_EQ(file.Reads(), 500);
+  EXPECT_TRUE(file.memory.Read("LANGUAGES", "7", item));
+  EXPECT_EQ(file.reads["LANGUAGES 7"], 1) << "the same ID in another file is another item";
+  file.memory.Forget();
+  EXPECT_TRUE(file.memory.Read("COUNTRIES", "7", item));
+  EXPECT_EQ(file.reads["COUNTRIES 7"], 2);
+}
+
+TEST(TranslationMemory, BeginsAnewAtItsLimits) {
+  constexpr auto kLimit = static_cast<int>(TranslationMemory::kMostTargets);
+  CountingFile file;
+  std::string item;
+  const auto read = [&](int id) { file.memory.Read("F", std::to_string(id), item); };
+  for (int id = 0; id < kLimit; ++id) read(id);
+  read(0);
+  EXPECT_EQ(file.reads["F 0"], 1) << "begins anew too early";
+  read(kLimit);
+  read(0);
+  EXPECT_EQ(file.reads["F 0"], 2) << "grows without end";
+
+  file.memory.Forget();
+  file.body.assign(TranslationMemory::kMostBytes / 4, 'x');
+  for (int id = 1; id <= 8; ++id) read(id), read(id);
+  EXPECT_EQ(file.reads["F 4"], 2) << "large items are read at each use";
+  read(1);
+  EXPECT_EQ(file.reads["F 1"], 3) << "large items gather";
+
+  file.body.assign(TranslationMemory::kMostBytes, 'x');
+  EXPECT_TRUE(file.memory.Read("F", "huge", item));
+  EXPECT_EQ(item.size(), file.body.size() + 4) << "an item over the limit gets lost";
+  read(1);
+  EXPECT_EQ(file.reads["F 1"], 4);
+}
+
+TEST(TranslationMemory, AFailedReadIsNotRemembered) {
+  bool fails = true;
+  TranslationMemory memory([&](std::string_view, std::string_view, std::string& item) {
+    if (fails) throw StoreFailure("lost");
+    item = "there";
+    return true;
+  });
+  std::string item;
+  EXPECT_THROW(memory.Read("F", "1", item), StoreFailure);
+  fails = false;
+  EXPECT_TRUE(memory.Read("F", "1", item));
+  EXPECT_EQ(item, "there");
+}
+
+// The conversions of this thread read through ben's session, which was made last; anna changes the target.
+class Translation : public testing::TestWithParam<std::string_view>, public TwoSessions {
+ public:
+  Translation() : TwoSessions(GetParam()) {
+    EXPECT_NE(Type(anna, "CREATE-FILE TOWNS 4"), "ERROR") << anna.GetErrorDetail();
+    towns = Open(anna, "TOWNS");
+    Change("Leeds");
+  }
+  void Change(std::string_view name) {
+    EXPECT_TRUE(anna.WriteItem(name, towns, "1")) << anna.GetErrorDetail();
+    anna.WriteOutput("", true);
+  }
+  std::string towns;
+};
+
+INSTANTIATE_TEST_SUITE_P(Stores, Translation, testing::Values("MY", "NAT"));
+
+TEST_P(Translation, SeesForeignChangesBehindAWait) {
+  struct Event {
+    const char* name;
+    std::function<void()> happen;
+    bool forgets;
+  };
+  std::string item;
+  const auto wait = [&] {
+    bensPort.input.push_back("x");
+    ben.ReadInput(item, -1, true, -1.0F);
+  };
+  const Event events[] = {
+      {"output", [&] { ben.WriteOutput("line", true); }, false},
+      {"a read", [&] { ben.ReadItem(item, Open(ben, "TOWNS"), "1"); }, false},
+      {"a wait", [&] { wait(); }, true},
+      {"the end of input", [&] { ben.ReadInput(item, -1, true, -1.0F); }, false},
+      {"a sentence", [&] { ben.ExecuteSentence("ACCOUNT"); }, true},
+      {"a write", [&] { EXPECT_TRUE(ben.WriteItem("x", Open(ben, "TOWNS"), "other")); }, true},
+      {"a delete", [&] { EXPECT_TRUE(ben.DeleteItem(Open(ben, "TOWNS"), "other")); }, true},
+  };
+  for (const Event& event : events) {
+    Change("Leeds");
+    wait();
+    EXPECT_EQ(mv::Oconv("1", "TTOWNS;X;;1"), "Leeds") << event.name;
+    EXPECT_EQ(mv::Oconv("new", "TTOWNS;C;;1"), "new") << event.name;
+    Change("York");
+    EXPECT_TRUE(anna.WriteItem("Hull", towns, "new"));
+    anna.WriteOutput("", true);
+    event.happen();
+    EXPECT_EQ(mv::Oconv("1", "TTOWNS;X;;1"), event.forgets ? "York" : "Leeds") << event.name;
+    EXPECT_EQ(mv::Oconv("new", "TTOWNS;C;;1"), event.forgets ? "Hull" : "new") << event.name;
+    ben.WriteOutput("", true);
+    EXPECT_TRUE(anna.DeleteItem(towns, "new"));
+    anna.WriteOutput("", true);
+  }
+}
+
+// Criteria and sort keys compute with the hook too, so what it remembers serves them.
+TEST_P(Translation, QueriesComputeThroughTheHook) {
+  ASSERT_NE(Type(ben, "CREATE-FILE VISITS 4"), "ERROR") << ben.GetErrorDetail();
+  const std::string visits = Open(ben, "VISITS");
+  const std::string words = Open(ben, "DICT VISITS");
+  ASSERT_TRUE(
+      ben.WriteItem("S\xFE"
+                    "1\xFETown\xFE\xFE\xFE\xFE\xFETTOWNS;X;;1\xFEL\xFE"
+                    "10",
+                    words, "TOWN"));
+  ASSERT_TRUE(
+      ben.WriteItem("S\xFE"
+                    "1\xFETown\xFE\xFE\xFE\xFE\xFE"
+                    "A;1(TTOWNS;X;;1)\xFEL\xFE"
+                    "10",
+                    words, "TOWN.A"));
+  for (int visit = 0; visit < 300; ++visit)
+    ASSERT_TRUE(ben.WriteItem(visit % 3 == 0 ? "2" : "1", visits, std::to_string(visit)));
+  ben.WriteOutput("", true);
+
+  int asked = 0;
+  mv::Hooks().readItem = [&asked, hook = mv::Hooks().readItem](auto file, auto id, auto& item) {
+    ++asked;
+    return hook(file, id, item);
+  };
+  ben.ExecuteSentence("SELECT VISITS WITH TOWN = \"Leeds\"");
+  EXPECT_EQ(ben.GetResultBound(2), 200);
+  ben.ExecuteSentence("SELECT VISITS WITH TOWN.A = \"Leeds\" BY TOWN");
+  EXPECT_EQ(ben.GetResultBound(2), 200);
+  ben.ExecuteSentence("SELECT VISITS WITH TOWN = \"\"");
+  EXPECT_EQ(ben.GetResultBound(2), 100) << "items without a target";
+  EXPECT_GE(asked, 900);
+}
+
+TEST_P(Translation, LongChainsEnd) {
+  EXPECT_TRUE(anna.WriteItem("2", towns, "1"));
+  EXPECT_TRUE(anna.WriteItem("1", towns, "2"));
+  anna.WriteOutput("", true);
+  const auto chain = [](int codes) {
+    std::string text = "TTOWNS;V;;1";
+    for (int code = 1; code < codes; ++code) text += "\xFDTTOWNS;V;;1";
+    return text;
+  };
+  EXPECT_EQ(mv::Oconv("1", chain(999)), "2") << "a fair chain is refused";
+  EXPECT_EQ(mv::Oconv("1", chain(200'000)), mv::kInconvertible);
+  std::string nested;
+  for (int depth = 0; depth < 10'000; ++depth) nested += "A;V(TTOWNS;V;;1\xFD";
+  EXPECT_EQ(mv::Oconv("1", nested + "A;V" + std::string(10'000, ')')), mv::kInconvertible);
+  EXPECT_EQ(mv::Oconv("1", "TTOWNS;V;;1"), "2") << "a failed conversion spoils the next";
+}
+
+}  // namespace
+}  // namespace nvadmin::engine
