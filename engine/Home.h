@@ -27,6 +27,8 @@ struct Account {
   std::string name;       // in capitals
   std::string datastore;  // "JET", "MSSQL", "MYSQL", "ORACLE" or a word that begins with "MV", in capitals
   std::string store;      // address of the store; empty: the account's own file in the home
+
+  bool IsNative() const { return datastore.starts_with("MV"); }
 };
 
 class Home {

@@ -167,7 +167,7 @@ ExitCode RunTcl(const CommandSettings& settings, const GivenSentences& sentences
 
 ExitCode RunDemo(const CommandSettings& settings, const GivenSentences& sentences) {
   return WithHome(settings, /*makeHome=*/true, [&](engine::Home& home) {
-    samples::MakeDemoAccount(home, std::cerr);
+    samples::MakeDemoAccounts(home, std::cerr);
     CommandSettings inDemo = settings;
     if (inDemo.account.empty()) inDemo.account = samples::kDemoAccount;
     return RunSession(home, inDemo, sentences);

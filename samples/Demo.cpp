@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -9,6 +10,7 @@
 #include <ostream>
 #include <string>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "engine/stores/OpenStore.h"
@@ -25,7 +27,12 @@ using engine::Home;
 using engine::Store;
 using engine::TableHandle;
 
-constexpr std::string_view kDatastore = "JET";
+struct DemoAccount {
+  std::string_view name;
+  std::string_view datastore;
+};
+constexpr DemoAccount kAccounts[] = {{kDemoAccount, "JET"}, {kNativeDemoAccount, "MVDEMO"}};
+
 constexpr const char* kIsoCodesFolder = "/usr/share/iso-codes/json";
 
 std::filesystem::path IsoCodesFolder() {
@@ -34,16 +41,16 @@ std::filesystem::path IsoCodesFolder() {
 }
 
 [[noreturn]] void Refuse(std::string_view what, std::string_view why) {
-  throw EngineFailure(fmt::format("the demo account's {} can't be made: {}", what, why));
+  throw EngineFailure(fmt::format("a demo account's {} can't be made: {}", what, why));
 }
 
 // The account's entry in the catalogue; another program may add it at the same moment.
-Account FindOrAddAccount(Home& home) {
-  const Account wanted{std::string(kDemoAccount), std::string(kDatastore), ""};
+Account FindOrAddAccount(Home& home, const DemoAccount& demo) {
+  const Account wanted{std::string(demo.name), std::string(demo.datastore), ""};
   std::string error;
-  if (!home.FindAccount(kDemoAccount)) home.AddAccount(wanted, error);
-  const std::optional<Account> account = home.FindAccount(kDemoAccount);
-  if (!account) Refuse("entry in the catalogue", error);
+  if (!home.FindAccount(demo.name)) home.AddAccount(wanted, error);
+  const std::optional<Account> account = home.FindAccount(demo.name);
+  if (!account) Refuse(fmt::format("entry {} in the catalogue", demo.name), error);
   return *account;
 }
 
@@ -65,15 +72,31 @@ bool IsMade(Store& store, TableHandle about, const SampleFile& file) {
   return store.Read(about, file.name, item);
 }
 
-std::vector<const SampleFile*> FilesToMake(Store& store) {
-  std::vector<const SampleFile*> missing;
+bool IsComplete(Store& store) {
   TableHandle about = 0;
   std::string error;
-  const bool hasAbout = store.OpenTable(kAboutFile, about, error);
-  for (const SampleFile& file : SampleFiles()) {
-    if (!hasAbout || !IsMade(store, about, file)) missing.push_back(&file);
+  return store.OpenTable(kAboutFile, about, error) &&
+         std::all_of(SampleFiles().begin(), SampleFiles().end(),
+                     [&](const SampleFile& file) { return IsMade(store, about, file); });
+}
+
+// An account that lacks files; without a store as long as it isn't in the catalogue.
+struct Incomplete {
+  const DemoAccount* demo = nullptr;
+  std::unique_ptr<Store> store;
+  TableHandle about = 0;
+};
+
+std::vector<Incomplete> FindIncomplete(const Home& home) {
+  std::vector<Incomplete> incomplete;
+  for (const DemoAccount& demo : kAccounts) {
+    Incomplete found;
+    found.demo = &demo;
+    const std::optional<Account> account = home.FindAccount(demo.name);
+    if (account) found.store = engine::OpenStore(home, *account);
+    if (!found.store || !IsComplete(*found.store)) incomplete.push_back(std::move(found));
   }
-  return missing;
+  return incomplete;
 }
 
 void Write(Store& store, TableHandle table, const Item& item) {
@@ -114,22 +137,22 @@ bool MakeFile(Store& store, TableHandle about, const SampleFile& file, const std
 
 }  // namespace
 
-void MakeDemoAccount(Home& home, std::ostream& progress) {
-  std::unique_ptr<Store> store;
-  std::optional<Account> account = home.FindAccount(kDemoAccount);
-  if (account) {
-    store = engine::OpenStore(home, *account);
-    if (FilesToMake(*store).empty()) return;
-  }
+void MakeDemoAccounts(Home& home, std::ostream& progress) {
+  std::vector<Incomplete> incomplete = FindIncomplete(home);
+  if (incomplete.empty()) return;
   const IsoCodes codes = ReadIsoCodes(IsoCodesFolder());
-  if (!store) store = engine::OpenStore(home, FindOrAddAccount(home));
-
-  const TableHandle about = OpenOrCreate(*store, std::string(kAboutFile), SampleFiles().front().columns);
-  for (const SampleFile* file : FilesToMake(*store)) {
-    const std::vector<Item> items = file->make(codes);
-    const std::size_t itemCount = file->name == kAboutFile ? SampleFiles().size() : items.size();
-    if (!MakeFile(*store, about, *file, items, itemCount)) continue;
-    progress << fmt::format("{:<12} {:>5} items\n", file->name, itemCount);
+  for (Incomplete& account : incomplete) {
+    if (!account.store) account.store = engine::OpenStore(home, FindOrAddAccount(home, *account.demo));
+    account.about = OpenOrCreate(*account.store, std::string(kAboutFile), SampleFiles().front().columns);
+  }
+  for (const SampleFile& file : SampleFiles()) {
+    const std::vector<Item> items = file.make(codes);
+    const std::size_t itemCount = file.name == kAboutFile ? SampleFiles().size() : items.size();
+    for (const Incomplete& account : incomplete) {
+      if (IsMade(*account.store, account.about, file)) continue;
+      if (!MakeFile(*account.store, account.about, file, items, itemCount)) continue;
+      progress << fmt::format("{:<8} {:<12} {:>5} items\n", account.demo->name, file.name, itemCount);
+    }
   }
 }
 

@@ -1,4 +1,4 @@
-// The files of the demo account: one table of names, what they hold and how their items are made.
+// The files of the demo accounts: one table of names, what they hold and how their items are made.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ inline constexpr std::string_view kAboutFile = "ABOUT";
 
 struct SampleFile {
   std::string_view name;
-  std::int32_t columns;     // attributes of a Type-C table; 0: a Type-N table
+  std::int32_t columns;     // attributes of a Type-C table; 0: a Type-N table; native files have none
   std::string_view title;   // what it holds
   std::string_view source;  // where that comes from
   std::string_view tries;   // sentences to try, a value each

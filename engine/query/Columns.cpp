@@ -65,15 +65,15 @@ bool ReadColumn(std::span<const std::string_view> values, Column& column) {
   return true;
 }
 
-// Calls `visit` with each part of a text between value marks; an empty text is one part.
-template <typename Visit>
-void ForEachValue(std::string_view text, const Visit& visit) {
-  for (;;) {
-    const std::size_t mark = text.find(kValueMark);
-    visit(text.substr(0, mark));
-    if (mark == std::string_view::npos) return;
-    text.remove_prefix(mark + 1);
+// Whether the words NA and NL can be in a code: the item's number of attributes, and its length.
+bool MeasuresItem(std::string_view code) {
+  for (std::size_t at = 0; at + 1 < code.size(); ++at) {
+    const char measure = Capital(code[at + 1]);
+    const char behind = at + 2 < code.size() ? Capital(code[at + 2]) : ' ';
+    const bool isEnd = behind < 'A' || behind > 'Z';
+    if (Capital(code[at]) == 'N' && (measure == 'A' || measure == 'L') && isEnd) return true;
   }
+  return false;
 }
 
 // Whether a code can refer to other attributes of the item.
@@ -101,6 +101,12 @@ void Dictionary::Load() {
                 if (ReadColumn(values, column)) items_.emplace(id, std::move(column));
                 return true;
               });
+}
+
+bool Dictionary::ReadItem(std::string_view id, std::string& item) {
+  TableHandle table = 0;
+  std::string error;
+  return store_.OpenTable(name_, table, error) && store_.Read(table, id, item);
 }
 
 const Column* Dictionary::FindItem(std::string_view word) {
@@ -168,11 +174,7 @@ std::size_t Columns::Add(std::string_view word, const Column& column) {
 
 void Columns::Prepare(std::size_t number) {
   const Column& column = *columns_[number].column;
-  if (column.attribute > kItemId) {
-    const auto [slot, isNew] = slots_.try_emplace(column.attribute, attributes_.size());
-    if (isNew) attributes_.push_back(column.attribute);
-    columns_[number].slot = slot->second;
-  }
+  if (column.attribute > kItemId) columns_[number].slot = UseAttribute(column.attribute);
   if (column.correlative.empty()) return;
 
   std::vector<CorrelativePart> parts;
@@ -181,10 +183,34 @@ void Columns::Prepare(std::size_t number) {
     if (code.empty()) return;
     const char letter = Capital(code[0]);
     parts.push_back({std::string(code), letter == 'A' || letter == 'F'});
-    needsWholeItem_ = needsWholeItem_ || RefersToItem(code);
+    if (RefersToItem(code)) UseItem(code);
   });
   columns_[number].correlative = std::move(parts);
   UseReferences(column.correlative);
+}
+
+// The attribute's place among the values of a scan.
+std::size_t Columns::UseAttribute(std::int32_t attribute) {
+  const auto [slot, isNew] = slots_.try_emplace(attribute, attributes_.size());
+  if (isNew) attributes_.push_back(attribute);
+  return slot->second;
+}
+
+// Enters the attributes that a code can compute with: those whose numbers it holds anywhere. The whole item
+// stands for large numbers, and for the words that measure it.
+void Columns::UseItem(std::string_view code) {
+  constexpr std::int32_t kLargestNumber = 100;
+  computesWithItem_ = true;
+  needsWholeItem_ = needsWholeItem_ || MeasuresItem(code);
+  for (std::size_t at = 0; at < code.size() && !needsWholeItem_; ++at) {
+    if (!IsDigit(code[at])) continue;
+    std::int32_t number = 0;
+    for (; at < code.size() && IsDigit(code[at]) && number <= kLargestNumber; ++at) {
+      number = number * 10 + (code[at] - '0');
+    }
+    needsWholeItem_ = number > kLargestNumber;
+    if (number > 0 && !needsWholeItem_) itemSlots_.emplace(number, UseAttribute(number));
+  }
 }
 
 // Adds the columns that a correlative names by N(name). Unknown names are left for the computation to fail
@@ -201,8 +227,8 @@ void Columns::UseReferences(std::string_view code) {
 }
 
 Projection Columns::Needed() const {
-  if (needsWholeItem_) return {{}, /*wholeItem=*/true};
-  return {attributes_, /*wholeItem=*/false};
+  if (needsWholeItem_) return {{}, /*wholeItem=*/true, {}};
+  return {attributes_, /*wholeItem=*/false, {}};
 }
 
 // ---- Row ----
@@ -249,10 +275,24 @@ std::string_view Row::Value(std::size_t number) {
   return cell.value;
 }
 
+// The item, or as much of it as correlatives compute with: the other attributes are empty.
+std::string_view Row::ItemToComputeWith() {
+  if (isWhole_ || assembledRow_ == row_) return isWhole_ ? item_ : assembled_;
+  assembledRow_ = row_;
+  assembled_.clear();
+  std::int32_t attribute = 1;
+  for (const auto& [wanted, slot] : columns_.itemSlots_) {
+    assembled_.append(static_cast<std::size_t>(wanted - attribute), kAttributeMark);
+    attribute = wanted;
+    assembled_ += values_[slot];
+  }
+  return assembled_;
+}
+
 void Row::ApplyCorrelative(const Columns::Used& used, std::string& value) {
   mv::ConversionContext context;
-  context.hasItem = isWhole_;
-  context.item = item_;
+  context.hasItem = isWhole_ || columns_.computesWithItem_;
+  if (context.hasItem) context.item = ItemToComputeWith();
   context.id = id_;
   context.column = [this](std::string_view name, std::string& referred) { return Refer(name, referred); };
   for (const Columns::CorrelativePart& part : used.correlative) {

@@ -15,6 +15,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <span>
 #include <string>
 #include <string_view>
@@ -51,6 +52,8 @@ class Dictionary {
   bool Knows(std::string_view word);
   // Whether the file's item IDs order as numbers: its @ID item is right-justified.
   bool HasNumericIds();
+  // The dictionary item as it is stored; false when there is none.
+  bool ReadItem(std::string_view id, std::string& item);
 
  private:
   void Load();
@@ -96,6 +99,8 @@ class Columns {
   std::size_t Add(std::string_view word, const Column& column);
   void Prepare(std::size_t number);
   void UseReferences(std::string_view code);
+  std::size_t UseAttribute(std::int32_t attribute);
+  void UseItem(std::string_view code);
 
   Dictionary& dictionary_;
   std::vector<Used> columns_;
@@ -103,6 +108,8 @@ class Columns {
   std::vector<std::int32_t> attributes_;
   std::unordered_map<std::int32_t, std::size_t> slots_;
   bool needsWholeItem_ = false;
+  bool computesWithItem_ = false;
+  std::map<std::int32_t, std::size_t> itemSlots_;  // what is computed with, by attribute
 };
 
 // One item after the other, seen through the columns. All columns must be in use before the first item.
@@ -128,6 +135,7 @@ class Row {
   };
 
   std::string_view Stored(const Columns::Used& used) const;
+  std::string_view ItemToComputeWith();
   void ApplyCorrelative(const Columns::Used& used, std::string& value);
   bool Refer(std::string_view name, std::string& value);
 
@@ -139,6 +147,8 @@ class Row {
   std::string_view item_;
   bool isWhole_ = false;
   std::span<const std::string_view> values_;
+  std::string assembled_;  // of the row assembledRow_
+  std::uint64_t assembledRow_ = 0;
 };
 
 }  // namespace nvadmin::engine

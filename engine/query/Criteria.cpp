@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "engine/query/PushDown.h"
 #include "engine/query/Text.h"
 #include "mv/Conversions.h"
 
@@ -44,6 +45,7 @@ std::string UnknownWord(const Word& word, std::string_view clause, const Query& 
 
 bool Criteria::Compile(const Query& query, Columns& columns, std::string& error) {
   tests_.reserve(query.criteria.size());
+  std::vector<ScanCondition> ofTests;
   for (const Criterion& criterion : query.criteria) {
     Test test;
     test.quantifier = criterion.quantifier;
@@ -53,17 +55,32 @@ bool Criteria::Compile(const Query& query, Columns& columns, std::string& error)
       return false;
     }
     test.definition = &columns[test.column];
-    test.literals.reserve(criterion.literalCount);
-    for (std::size_t literal = 0; literal < criterion.literalCount; ++literal) {
-      if (!CompileLiteral(query.literals[criterion.firstLiteral + literal], criterion, test, error))
-        return false;
-    }
-    for (Literal& literal : test.literals) literal.operand = ReadOperand(literal.text);
+    if (!CompileTest(query, criterion, test, error)) return false;
+    ofTests.push_back(ConditionOf(test));
     tests_.push_back(std::move(test));
   }
   steps_ = query.steps;
+  conditions_ = FindConditions(steps_, ofTests);
   ShortenSkips(steps_);
   return true;
+}
+
+bool Criteria::CompileTest(const Query& query, const Criterion& criterion, Test& test, std::string& error) {
+  const bool isPattern = test.op == Operator::kLike || test.op == Operator::kUnlike;
+  const auto literals = std::span(query.literals).subspan(criterion.firstLiteral, criterion.literalCount);
+  for (const Word& word : literals) {
+    const bool isRead =
+        isPattern ? CompilePattern(word, test, error) : CompileLiteral(word, criterion, test, error);
+    if (!isRead) return false;
+  }
+  for (Literal& literal : test.literals) literal.operand = ReadOperand(literal.text);
+  return true;
+}
+
+bool Criteria::CompilePattern(const Word& word, Test& test, std::string& error) {
+  if (test.patterns.emplace_back().Read(word.text)) return true;
+  error = fmt::format("the pattern {} is longer than {} characters", Placed(word), Pattern::kMostCharacters);
+  return false;
 }
 
 bool Criteria::CompileLiteral(const Word& word, const Criterion& criterion, Test& test, std::string& error) {
@@ -101,6 +118,34 @@ bool Criteria::CompileLiteral(const Word& word, const Criterion& criterion, Test
   return true;
 }
 
+// What the attribute of the column must hold for a value of it to meet the test; empty when that is unknown.
+ScanCondition Criteria::ConditionOf(const Test& test) {
+  const Column& column = *test.definition;
+  const bool isStored = column.correlative.empty() && column.attribute >= kItemId;
+  if (!isStored || test.quantifier == Quantifier::kNone || !test.keys.empty()) return {};
+  if (test.op == Operator::kNotEmpty) return {{column.attribute, {}}};
+
+  ScanCondition condition;
+  const auto add = [&](std::string_view text) {
+    condition.push_back({column.attribute, std::string(text)});
+    return !text.empty();
+  };
+  if (test.op == Operator::kLike && column.conversion.empty()) {
+    for (const Pattern& pattern : test.patterns) {
+      if (!add(pattern.Literal())) return {};
+    }
+  }
+  if (test.op == Operator::kEqual) {
+    for (const Literal& literal : test.literals) {
+      const bool isWhole = literal.match == Match::kWhole;
+      if (!isWhole && !column.conversion.empty()) return {};
+      const bool isNumber = isWhole && column.numeric && literal.operand.rank == Operand::Rank::kNumber;
+      if (!add(isNumber ? DigitsOfNumber(literal.text) : literal.text)) return {};
+    }
+  }
+  return condition;
+}
+
 bool Criteria::Meets(Row& row) {
   bool meets = true;
   for (std::size_t at = 0; at < steps_.size();) {
@@ -121,7 +166,7 @@ bool Criteria::Meets(Row& row) {
   return meets;
 }
 
-bool Criteria::MeetsTest(const Test& test, Row& row) {
+bool Criteria::MeetsTest(Test& test, Row& row) {
   // The first value that settles it ends the search: a miss under EVERY, a hit otherwise.
   const bool settling = test.quantifier != Quantifier::kEvery;
   bool isSettled = false;
@@ -135,32 +180,59 @@ bool Criteria::MeetsTest(const Test& test, Row& row) {
   return isSettled == (test.quantifier == Quantifier::kAny);
 }
 
-bool Criteria::MeetsValue(const Test& test, std::string_view value) {
+bool Criteria::MeetsValue(Test& test, std::string_view value) {
+  const bool numeric = test.definition->numeric;
   switch (test.op) {
     case Operator::kNotEmpty:
       return !value.empty();
     case Operator::kEqual:
-      return Equals(test, value);
+      return IsOneOf(test, value);
     case Operator::kNotEqual:
-      return !Equals(test, value);
+      return !IsOneOf(test, value);
+    case Operator::kLike:
+      return IsLike(test, value);
+    case Operator::kUnlike:
+      return !IsLike(test, value);
     case Operator::kLess:
     case Operator::kGreater:
     case Operator::kLessOrEqual:
     case Operator::kGreaterOrEqual:
+    case Operator::kBetween:
       break;
   }
-  const bool numeric = test.definition->numeric;
   const Operand operand = numeric ? ReadOperand(value) : Operand{};
+  const auto compare = [&](const Literal& literal) {
+    return numeric ? CompareOperands(operand, literal.operand) : value.compare(literal.text);
+  };
+  if (test.op == Operator::kBetween) {
+    for (std::size_t at = 0; at < test.literals.size(); at += 2) {
+      if (compare(test.literals[at]) >= 0 && compare(test.literals[at + 1]) <= 0) return true;
+    }
+    return false;
+  }
+  const bool less = test.op == Operator::kLess || test.op == Operator::kLessOrEqual;
+  const bool orEqual = test.op == Operator::kLessOrEqual || test.op == Operator::kGreaterOrEqual;
   return std::any_of(test.literals.begin(), test.literals.end(), [&](const Literal& literal) {
-    const int order = numeric ? CompareOperands(operand, literal.operand) : value.compare(literal.text);
-    const bool less = test.op == Operator::kLess || test.op == Operator::kLessOrEqual;
-    const bool orEqual = test.op == Operator::kLessOrEqual || test.op == Operator::kGreaterOrEqual;
+    const int order = compare(literal);
     return order == 0 ? orEqual : (order < 0) == less;
   });
 }
 
+// The value as a report shows it, or as it is stored where its conversion can't be done.
+std::string_view Criteria::Shown(const Test& test, std::string_view value) {
+  if (test.definition->conversion.empty() || value.empty()) return value;
+  shown_ = mv::Oconv(value, test.definition->conversion);
+  return shown_ == mv::kInconvertible ? value : std::string_view(shown_);
+}
+
+bool Criteria::IsLike(Test& test, std::string_view value) {
+  const std::string_view shown = Shown(test, value);
+  return std::any_of(test.patterns.begin(), test.patterns.end(),
+                     [shown](Pattern& pattern) { return pattern.Matches(shown); });
+}
+
 // Whether the value is one of the literals.
-bool Criteria::Equals(const Test& test, std::string_view value) {
+bool Criteria::IsOneOf(const Test& test, std::string_view value) {
   const Column& column = *test.definition;
   if (!test.keys.empty()) {
     std::string_view wanted = value;
@@ -173,11 +245,7 @@ bool Criteria::Equals(const Test& test, std::string_view value) {
   }
   if (test.literals.empty()) return false;
 
-  std::string_view shown = value;
-  if (test.hasWildcard && !column.conversion.empty() && !value.empty()) {
-    shown_ = mv::Oconv(value, column.conversion);
-    if (shown_ != mv::kInconvertible) shown = shown_;
-  }
+  const std::string_view shown = test.hasWildcard ? Shown(test, value) : value;
   const Operand operand = column.numeric ? ReadOperand(value) : Operand{};
   return std::any_of(test.literals.begin(), test.literals.end(), [&](const Literal& literal) {
     switch (literal.match) {

@@ -4,10 +4,8 @@
 // A criterion looks at the values of its column one by one (subvalues count as values, an empty column as one
 // empty value). Literals of = and # may begin or end in a wildcard: "[AN" ends with AN, "AN]" begins with it,
 // "[AN]" holds it. A wildcard looks at the value as a report shows it, after its conversion; everything else
-// at the stored one. The order of < and > is that of Order.h, so an empty value lies before every other.
-//
-// Later additions: an operator gets its case in Criteria::Meets; which tests a store could take over itself
-// can be told from `steps_` and `tests_` (a column without correlative, no wildcard).
+// at the stored one. LIKE and UNLIKE look at it as a wildcard does. The order of <, > and BETWEEN is that of
+// Order.h, so an empty value lies before every other.
 #pragma once
 
 #include <string>
@@ -17,6 +15,7 @@
 
 #include "engine/query/Columns.h"
 #include "engine/query/Order.h"
+#include "engine/query/Pattern.h"
 #include "engine/query/Query.h"
 #include "engine/query/Text.h"
 
@@ -33,6 +32,9 @@ class Criteria {
 
   bool Meets(Row& row);
 
+  // What every item that meets them has; see PushDown.h.
+  const std::vector<ScanCondition>& Conditions() const { return conditions_; }
+
  private:
   enum class Match { kWhole, kBegins, kEnds, kHolds };
   struct Literal {
@@ -48,16 +50,23 @@ class Criteria {
     Operator op = Operator::kNotEmpty;
     bool hasWildcard = false;
     std::vector<Literal> literals;
+    std::vector<Pattern> patterns;
     KeySet keys;  // instead of the whole literals of a long list; order keys in a numeric column
   };
 
+  bool CompileTest(const Query& query, const Criterion& criterion, Test& test, std::string& error);
+  bool CompilePattern(const Word& word, Test& test, std::string& error);
   bool CompileLiteral(const Word& word, const Criterion& criterion, Test& test, std::string& error);
-  bool MeetsTest(const Test& test, Row& row);
-  bool MeetsValue(const Test& test, std::string_view value);
-  bool Equals(const Test& test, std::string_view value);
+  static ScanCondition ConditionOf(const Test& test);
+  bool MeetsTest(Test& test, Row& row);
+  bool MeetsValue(Test& test, std::string_view value);
+  bool IsOneOf(const Test& test, std::string_view value);
+  bool IsLike(Test& test, std::string_view value);
+  std::string_view Shown(const Test& test, std::string_view value);
 
   std::vector<Test> tests_;
   std::vector<CriteriaStep> steps_;
+  std::vector<ScanCondition> conditions_;
   std::string key_;    // scratch
   std::string shown_;  // scratch
 };

@@ -3,7 +3,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstddef>
+#include <limits>
 #include <utility>
 
 #include "engine/Marks.h"
@@ -34,7 +36,9 @@ constexpr OperatorWord kOperators[] = {
     {"AFTER", Operator::kGreater},     {"<=", Operator::kLessOrEqual},
     {"=<", Operator::kLessOrEqual},    {"LE", Operator::kLessOrEqual},
     {">=", Operator::kGreaterOrEqual}, {"=>", Operator::kGreaterOrEqual},
-    {"GE", Operator::kGreaterOrEqual},
+    {"GE", Operator::kGreaterOrEqual}, {"BETWEEN", Operator::kBetween},
+    {"LIKE", Operator::kLike},         {"MATCHES", Operator::kLike},
+    {"UNLIKE", Operator::kUnlike},
 };
 
 struct QuantifierWord {
@@ -72,7 +76,8 @@ class ClauseParser {
   bool ParseWithout(const Word& word);
   bool RefuseConnective(const Word& word);
   bool ParseBy(const Word& word);
-  bool ParseByDescending(const Word& word);
+  bool ParseSaving(const Word& word);
+  bool ParseSample(const Word& word);
   bool ParseTotal(const Word& word);
   bool ParseBreak(const Word& word);
   bool ParseIdSuppress(const Word& word);
@@ -99,7 +104,7 @@ class ClauseParser {
   bool ParseOptions(const Word& bracket);
   bool CheckReplyText(const Word& word);
   bool TakeNamed(const Word& lead, const char* wanted, Word& named);
-  bool AddSortField(const Word& lead, bool descending);
+  bool NextQualifiesField() const;
 
   bool ParseCriteria(const Word& lead, Quantifier quantifier);
   bool ParseCriterion(const Word& lead, Quantifier quantifier);
@@ -137,7 +142,11 @@ constexpr Clause kClauses[] = {
     {"AND", &ClauseParser::RefuseConnective},
     {"OR", &ClauseParser::RefuseConnective},
     {"BY", &ClauseParser::ParseBy},
-    {"BY-DSND", &ClauseParser::ParseByDescending},
+    {"BY-DSND", &ClauseParser::ParseBy},
+    {"BY-EXP", &ClauseParser::ParseBy},
+    {"BY-EXP-DSND", &ClauseParser::ParseBy},
+    {"SAVING", &ClauseParser::ParseSaving},
+    {"SAMPLE", &ClauseParser::ParseSample},
     {"TOTAL", &ClauseParser::ParseTotal},
     {"BREAK-ON", &ClauseParser::ParseBreak},
     {"ID-SUPP", &ClauseParser::ParseIdSuppress},
@@ -243,13 +252,44 @@ bool ClauseParser::AddColumn(const Word& word) {
   return true;
 }
 
-bool ClauseParser::ParseBy(const Word& word) { return AddSortField(word, /*descending=*/false); }
-bool ClauseParser::ParseByDescending(const Word& word) { return AddSortField(word, /*descending=*/true); }
-
-bool ClauseParser::AddSortField(const Word& lead, bool descending) {
-  SortField field{{}, descending};
-  if (!TakeNamed(lead, "a field", field.field)) return false;
+bool ClauseParser::ParseBy(const Word& word) {
+  SortField field;
+  field.lead = word;
+  field.descending = SameWord(word.text, "BY-DSND") || SameWord(word.text, "BY-EXP-DSND");
+  field.explodes = SameWord(word.text, "BY-EXP") || SameWord(word.text, "BY-EXP-DSND");
+  if (!TakeNamed(word, "a field", field.field)) return false;
   query_.sortFields.push_back(field);
+  return true;
+}
+
+bool ClauseParser::ParseSaving(const Word& word) {
+  if (query_.verb->answer != Answer::kSelected) {
+    return Refuse(fmt::format("{} belongs to SELECT, SSELECT and PSELECT; {} keeps no list", Placed(word),
+                              query_.verb->word));
+  }
+  if (!query_.outcome.saved.text.empty()) {
+    return Refuse(fmt::format("{} stands behind SAVING {}; a select list is of one column", Placed(word),
+                              query_.outcome.saved.text));
+  }
+  if (const Word* unique = NextBare();
+      unique != nullptr && SameWord(unique->text, "UNIQUE") && NextQualifiesField()) {
+    query_.outcome.unique = true;
+    ++at_;
+  }
+  return TakeNamed(word, "a field", query_.outcome.saved);
+}
+
+bool ClauseParser::ParseSample(const Word& word) {
+  const Word* count = Next();
+  if (count == nullptr || count->kind != WordKind::kBare ||
+      !std::all_of(count->text.begin(), count->text.end(), IsDigit) ||
+      count->text.find_first_not_of('0') == std::string_view::npos) {
+    return Refuse(fmt::format("{} needs a whole number above 0 behind it{}", Placed(word),
+                              count == nullptr ? std::string() : ", not " + Placed(*count)));
+  }
+  ++at_;
+  query_.outcome.most = std::numeric_limits<std::size_t>::max();
+  std::from_chars(count->text.data(), count->text.data() + count->text.size(), query_.outcome.most);
   return true;
 }
 
@@ -394,13 +434,16 @@ bool ClauseParser::NextContinuesCriterion(const Word& lead) const {
          !vocabulary_(word->text);
 }
 
+// Whether a field stands behind the next word, which can then be something else than the field.
+bool ClauseParser::NextQualifiesField() const {
+  return at_ + 1 < words_.size() && words_[at_ + 1].kind == WordKind::kBare && !IsReserved(words_[at_ + 1]);
+}
+
 // EVERY, EACH and NO, when a field follows; otherwise the word is the field.
 const QuantifierWord* ClauseParser::TakeQuantifier() {
   const Word* word = NextBare();
-  if (word == nullptr || at_ + 1 >= words_.size()) return nullptr;
-  const QuantifierWord* row = FindRow(kQuantifiers, word->text);
-  const Word& behind = words_[at_ + 1];
-  if (row == nullptr || behind.kind != WordKind::kBare || IsReserved(behind)) return nullptr;
+  const QuantifierWord* row = word == nullptr ? nullptr : FindRow(kQuantifiers, word->text);
+  if (row == nullptr || !NextQualifiesField()) return nullptr;
   ++at_;
   return row;
 }
@@ -422,12 +465,13 @@ const Word* ClauseParser::TakeOperator(Operator& op) {
 
 // The values behind a field; `operatorWord` is null when it has no operator.
 bool ClauseParser::TakeValues(const Word* operatorWord, Criterion& criterion) {
+  const std::size_t needed = criterion.op == Operator::kBetween ? 2 : 1;
   bool behindQuoted = false;
   for (const Word* word = Next(); word != nullptr; word = Next()) {
     if (word->kind != WordKind::kQuoted && word->kind != WordKind::kBare) break;
     if (word->kind == WordKind::kBare) {
-      const bool behindOperator = operatorWord != nullptr && criterion.literalCount == 0;
-      if (behindQuoted || IsReserved(*word)) break;
+      const bool behindOperator = operatorWord != nullptr && criterion.literalCount < needed;
+      if ((behindQuoted && !behindOperator) || IsReserved(*word)) break;
       if (!behindOperator && !mv::IsNumeric(word->text)) {
         if (vocabulary_(word->text)) break;
         if (IsThrowAway(*word)) {
@@ -440,6 +484,12 @@ bool ClauseParser::TakeValues(const Word* operatorWord, Criterion& criterion) {
     query_.literals.push_back(*word);
     ++criterion.literalCount;
     ++at_;
+  }
+  if (criterion.literalCount > 0 && criterion.literalCount % needed != 0) {
+    const Word& last = query_.literals.back();
+    return Refuse(fmt::format(
+        "{} is the start of a range without an end; BETWEEN takes values in pairs{}", Placed(last),
+        Next() != nullptr && SameWord(Next()->text, "AND") ? ", without AND between them" : ""));
   }
   if (criterion.literalCount > 0 || operatorWord == nullptr) return true;
   const Word* word = Next();
@@ -503,8 +553,10 @@ bool ClauseParser::ParseItems() {
 
 }  // namespace
 
+const QueryVerb* FindQueryVerb(std::string_view word) { return FindRow(kVerbs, word); }
+
 bool ParseFile(std::span<const Word> words, Query& query, std::string& error) {
-  const QueryVerb* verb = words.empty() ? nullptr : FindRow(kVerbs, words[0].text);
+  const QueryVerb* verb = words.empty() ? nullptr : FindQueryVerb(words[0].text);
   if (verb == nullptr) {
     error = words.empty() ? std::string("the sentence is empty")
                           : fmt::format("{} is no verb of the query language", Placed(words[0]));
@@ -520,8 +572,11 @@ bool ParseFile(std::span<const Word> words, Query& query, std::string& error) {
     error = fmt::format("{} needs a file behind it, but the sentence ends", Placed(words[at - 1]));
     return false;
   }
-  if (words[at].kind != WordKind::kBare) {
-    error = fmt::format("{} needs a file behind it, not {}", Placed(words[at - 1]), Placed(words[at]));
+  // A report's file is read from the sentence by the add-in as well, which knows no quotes.
+  const bool isQuotedName = words[at].kind == WordKind::kQuoted && !words[at].text.empty();
+  if (words[at].kind != WordKind::kBare && !(isQuotedName && verb->answer != Answer::kReport)) {
+    error = fmt::format("{} needs a file behind it, not {}{}", Placed(words[at - 1]), Placed(words[at]),
+                        isQuotedName ? "; the file of a report stands without quotes" : "");
     return false;
   }
   query.file = words[at];

@@ -2,8 +2,10 @@
 // at hand, since it decides what an unquoted word may be. Hence two calls.
 //
 // Words of the language, in any letter case:
-//   clauses      WITH WITHOUT AND OR BY BY-DSND TOTAL BREAK-ON ID-SUPP HEADING FOOTING
-//   operators    = EQ   # <> >< NE NOT   < LT BEFORE   > GT AFTER   <= =< LE   >= => GE
+//   clauses      WITH WITHOUT AND OR BY BY-DSND BY-EXP BY-EXP-DSND TOTAL BREAK-ON ID-SUPP HEADING FOOTING
+//                SAVING [UNIQUE] SAMPLE
+//   operators    = EQ   # <> >< NE NOT   < LT BEFORE   > GT AFTER   <= =< LE   >= => GE   BETWEEN
+//                LIKE MATCHES   UNLIKE
 //   quantifiers  EVERY EACH NO, behind WITH (WITHOUT is WITH NO)
 //   thrown away  A AN ANY ARE FILE FOR IN ITEM ITEMS OF THAT THE
 // Clause and operator words are reserved: as a field of WITH, BY, TOTAL and BREAK-ON they can still name a
@@ -12,11 +14,11 @@
 //
 // Criteria. AND binds tighter than OR, and both tighter than a second WITH, which narrows what the first one
 // left. Behind AND and OR the field may be left out (QTY > 5 AND < 10; CITY = 'LEEDS' OR 'YORK'). Values. A
-// quoted text is a value. Directly behind an operator an unquoted word is one, whatever the dictionary holds.
-// Behind a field, or behind an unquoted value, an unquoted word is a value if it is a number or the
-// dictionary has no such column; a throw-away word there could mean either and is refused. Behind a quoted
-// value it never is a value. Several values mean any of them; for # they mean none of them, so that # is
-// always the opposite of =.
+// quoted text is a value. Directly behind an operator (behind BETWEEN twice) an unquoted word is one,
+// whatever the dictionary holds. Behind a field, or behind an unquoted value, an unquoted word is a value if
+// it is a number or the dictionary has no such column; a throw-away word there could mean either and is
+// refused. Behind a quoted value it never is a value. Several values mean any of them; for # and UNLIKE they
+// mean none of them, so that these are always the opposite of = and LIKE.
 //
 // Later additions: a clause is a row of kClauses in Parse.cpp with its routine; an operator a row of
 // kOperators, an Operator, and its case in Criteria.cpp.
@@ -34,6 +36,9 @@ namespace nvadmin::engine {
 
 // Whether the file's dictionary has a column of that word.
 using Vocabulary = std::function<bool(std::string_view word)>;
+
+// The verb of a word in any letter case; null for another.
+const QueryVerb* FindQueryVerb(std::string_view word);
 
 // Reads verb, DICT and file word. False: the verb is none of a query, or no file word follows.
 bool ParseFile(std::span<const Word> words, Query& query, std::string& error);

@@ -29,7 +29,18 @@ struct QueryVerb {
   bool sortsById;  // the last sort key is the item ID; otherwise items stay as found
 };
 
-enum class Operator { kEqual, kNotEqual, kLess, kGreater, kLessOrEqual, kGreaterOrEqual, kNotEmpty };
+enum class Operator {
+  kEqual,
+  kNotEqual,
+  kLess,
+  kGreater,
+  kLessOrEqual,
+  kGreaterOrEqual,
+  kBetween,  // literals in pairs, both ends belong to it
+  kLike,
+  kUnlike,
+  kNotEmpty,
+};
 
 // Of an attribute's values, how many have to meet a criterion.
 enum class Quantifier { kAny, kEvery, kNone };
@@ -49,8 +60,17 @@ struct CriteriaStep {
 };
 
 struct SortField {
+  Word lead;  // BY, BY-DSND, BY-EXP, BY-EXP-DSND
   Word field;
   bool descending = false;
+  bool explodes = false;  // an item counts once for each of its values
+};
+
+// What becomes of the items found.
+struct Outcome {
+  Word saved;  // the column whose values are the keys; empty: the item IDs
+  bool unique = false;
+  std::size_t most = 0;  // of SAMPLE, items (or exploded values); 0: all
 };
 
 struct Query {
@@ -64,6 +84,7 @@ struct Query {
   std::vector<Word> literals;
   std::vector<CriteriaStep> steps;
   std::vector<SortField> sortFields;
+  Outcome outcome;
 
   std::vector<std::string_view> columns;  // in the order in which the report shows them
   std::string options;                    // ID-SUPP and what stood in brackets, parted by blanks

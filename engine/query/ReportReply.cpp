@@ -7,9 +7,8 @@
 namespace nvadmin::engine {
 namespace {
 
-std::string MakeReportReply(const Query& query, std::int32_t rows) {
-  constexpr int kGridColumns = 1;
-  std::string reply = fmt::format("{}{}{}{}", kGridColumns, kAttributeMark, rows, kAttributeMark);
+std::string MakeReportReply(const Query& query, std::int32_t columns, std::int32_t rows) {
+  std::string reply = fmt::format("{}{}{}{}", columns, kAttributeMark, rows, kAttributeMark);
   for (std::size_t column = 0; column < query.columns.size(); ++column) {
     if (column > 0) reply += kValueMark;
     reply += query.columns[column];
@@ -28,10 +27,10 @@ std::string MakeReportReply(const Query& query, std::int32_t rows) {
 
 }  // namespace
 
-std::string MakeReply(const Query& query, std::int32_t rows) {
+std::string MakeReply(const Query& query, std::int32_t columns, std::int32_t rows) {
   switch (query.verb->answer) {
     case Answer::kReport:
-      return MakeReportReply(query, rows);
+      return MakeReportReply(query, columns, rows);
     case Answer::kCounted:
       return fmt::format("{}{}items counted", rows, kAttributeMark);
     case Answer::kSelected:

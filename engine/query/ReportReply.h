@@ -16,6 +16,7 @@ namespace nvadmin::engine {
 //   brackets), 6 the modifiers by value mark: the verb, then for each phrase its word and, as the next value,
 //   its column ("TOTAL", W; "BREAK-ON", W, a subvalue mark and the break text) or its text ("HEADING",
 //   "FOOTING"). W is spelt as in the sentence.
-std::string MakeReply(const Query& query, std::int32_t rows);
+// `columns`: of the grid, column 0 not counted where it has cells.
+std::string MakeReply(const Query& query, std::int32_t columns, std::int32_t rows);
 
 }  // namespace nvadmin::engine

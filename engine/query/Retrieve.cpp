@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <unordered_set>
+#include <utility>
 
 namespace nvadmin::engine {
 namespace {
@@ -9,7 +10,26 @@ namespace {
 // So many items are read at once: few enough to hold large ones, enough to make a server's round trip cheap.
 constexpr std::size_t kItemsPerBatch = 200;
 
-std::vector<std::string_view> KeysOf(const ResultGrid& list) {
+void RetrieveKeys(Store& store, TableHandle table, std::span<const std::string_view> ids,
+                  const Columns& columns, const RowVisitor& visit) {
+  Row row(columns);
+  if (!columns.NeedsItem()) {
+    for (const std::string_view id : ids) {
+      row.EnterScanned(id, {});
+      if (!visit(row)) return;
+    }
+    return;
+  }
+  ReadItems(store, table, ids, [&](std::string_view id, const BatchItem& item) {
+    if (!item.found) return true;
+    row.EnterWhole(id, item.item);
+    return visit(row);
+  });
+}
+
+}  // namespace
+
+std::vector<std::string_view> KeysInList(const ResultGrid& list) {
   std::vector<std::string_view> keys;
   const std::int32_t rows = list.HighestRow();
   keys.reserve(static_cast<std::size_t>(std::max(rows, 0)));
@@ -18,30 +38,10 @@ std::vector<std::string_view> KeysOf(const ResultGrid& list) {
   return keys;
 }
 
-void RetrieveKeys(Store& store, TableHandle table, std::span<const std::string_view> ids,
-                  const Columns& columns, const RowVisitor& visit) {
-  Row row(columns);
-  if (!columns.NeedsItem()) {
-    for (const std::string_view id : ids) {
-      row.EnterScanned(id, {});
-      visit(row);
-    }
-    return;
-  }
-  ReadItems(store, table, ids, [&](std::string_view id, const BatchItem& item) {
-    if (!item.found) return true;
-    row.EnterWhole(id, item.item);
-    visit(row);
-    return true;
-  });
-}
-
-}  // namespace
-
 KeySource FindKeys(const Query& query, const ResultGrid* activeList) {
   KeySource source;
   source.isWholeFile = query.ids.empty() && activeList == nullptr;
-  if (activeList != nullptr) source.ids = KeysOf(*activeList);
+  if (activeList != nullptr) source.ids = KeysInList(*activeList);
   if (query.ids.empty()) return source;
   if (activeList == nullptr) {
     for (const Word& id : query.ids) source.ids.push_back(id.text);
@@ -54,16 +54,17 @@ KeySource FindKeys(const Query& query, const ResultGrid* activeList) {
 }
 
 void Retrieve(Store& store, TableHandle table, const KeySource& source, const Columns& columns,
-              const RowVisitor& visit) {
+              std::vector<ScanCondition> conditions, const RowVisitor& visit) {
   if (!source.isWholeFile) {
     RetrieveKeys(store, table, source.ids, columns, visit);
     return;
   }
   Row row(columns);
-  store.Scan(table, columns.Needed(), [&](std::string_view id, std::span<const std::string_view> values) {
+  Projection projection = columns.Needed();
+  projection.conditions = std::move(conditions);
+  store.Scan(table, projection, [&](std::string_view id, std::span<const std::string_view> values) {
     row.EnterScanned(id, values);
-    visit(row);
-    return true;
+    return visit(row);
   });
 }
 

@@ -20,15 +20,19 @@ struct KeySource {
   std::vector<std::string_view> ids;  // otherwise, in order; views of the sentence or the active list
 };
 
+// Column 0 of a list; views of it.
+std::vector<std::string_view> KeysInList(const ResultGrid& list);
+
 // The item IDs that the sentence names; of an active list those that the sentence names, or all, in the
 // list's order.
 KeySource FindKeys(const Query& query, const ResultGrid* activeList);
 
-using RowVisitor = std::function<void(Row& row)>;
+// True: the visitor wants more.
+using RowVisitor = std::function<bool(Row& row)>;
 
-// Calls `visit` with each item.
+// Calls `visit` with each item; those that don't meet `conditions` may be missing.
 void Retrieve(Store& store, TableHandle table, const KeySource& source, const Columns& columns,
-              const RowVisitor& visit);
+              std::vector<ScanCondition> conditions, const RowVisitor& visit);
 
 // Calls `visit` with each of the keys and its item. True: the visitor wants more.
 using ItemVisitor = std::function<bool(std::string_view id, const BatchItem& item)>;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <optional>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "engine/query/Criteria.h"
 #include "engine/query/Parse.h"
 #include "engine/query/Query.h"
+#include "engine/query/ReportCells.h"
 #include "engine/query/ReportReply.h"
 #include "engine/query/Retrieve.h"
 #include "engine/query/SortKeys.h"
@@ -32,6 +34,43 @@ bool OpenFile(const Query& query, Store& store, TableHandle& table, std::string&
   return false;
 }
 
+// The filled values and subvalues of a text, one by one.
+template <typename Visit>
+void ForEachKey(std::string_view text, const Visit& visit) {
+  while (!text.empty()) {
+    const auto mark = std::find_if(text.begin(), text.end(), IsMark);
+    const auto length = static_cast<std::size_t>(mark - text.begin());
+    if (length > 0) visit(text.substr(0, length));
+    text.remove_prefix(std::min(length + 1, text.size()));
+  }
+}
+
+// Puts results into the grid: item IDs as they are, of the values that SAVING takes each that isn't empty,
+// under UNIQUE only once.
+class ResultWriter {
+ public:
+  ResultWriter(const Outcome& outcome, ResultGrid& found) : outcome_(outcome), found_(found) {}
+
+  // False when that was the last one wanted.
+  bool Append(std::string_view result) {
+    if (outcome_.saved.text.empty()) {
+      found_.AppendCell(result);
+    } else {
+      ForEachKey(result, [this](std::string_view value) {
+        if (outcome_.unique && !seen_.emplace(value).second) return;
+        found_.AppendCell(value);
+      });
+    }
+    return ++count_ != outcome_.most;
+  }
+
+ private:
+  const Outcome& outcome_;
+  ResultGrid& found_;
+  std::size_t count_ = 0;
+  std::unordered_set<std::string> seen_;
+};
+
 bool SelectItems(const Query& query, Store& store, TableHandle table, Dictionary& dictionary,
                  const ResultGrid* activeList, ResultGrid& found, std::string& error) {
   Columns columns(dictionary);
@@ -40,27 +79,16 @@ bool SelectItems(const Query& query, Store& store, TableHandle table, Dictionary
   if (!criteria.Compile(query, columns, error) || !sort.Compile(query, columns, dictionary, error))
     return false;
 
+  ResultWriter writer(query.outcome, found);
   const bool isSorted = sort.IsNeeded();
-  Retrieve(store, table, FindKeys(query, activeList), columns, [&](Row& row) {
-    if (!criteria.Meets(row)) return;
-    if (isSorted) {
-      sort.Add(row);
-    } else {
-      found.AppendCell(row.Id());
-    }
+  Retrieve(store, table, FindKeys(query, activeList), columns, criteria.Conditions(), [&](Row& row) {
+    if (!criteria.Meets(row)) return true;
+    if (!isSorted) return writer.Append(sort.ResultOf(row));
+    sort.Add(row);
+    return true;
   });
-  if (isSorted) sort.Write(found);
+  sort.Write(query.outcome.most, [&writer](std::string_view result) { return writer.Append(result); });
   return true;
-}
-
-// The filled values and subvalues of a text, each as a key.
-void AppendKeys(std::string_view text, ResultGrid& found) {
-  while (!text.empty()) {
-    const auto mark = std::find_if(text.begin(), text.end(), IsMark);
-    const auto length = static_cast<std::size_t>(mark - text.begin());
-    if (length > 0) found.AppendCell(text.substr(0, length));
-    text.remove_prefix(std::min(length + 1, text.size()));
-  }
 }
 
 // What a QSELECT takes of an item: everything, the attribute of a number, or a column of the dictionary.
@@ -117,7 +145,7 @@ bool SelectValues(const Query& query, Store& store, TableHandle table, Dictionar
   if (!values.Compile(query, error)) return false;
   ReadItems(store, table, source.ids, [&](std::string_view id, const BatchItem& item) {
     if (item.found) {
-      AppendKeys(values.Of(id, item.item), found);
+      ForEachKey(values.Of(id, item.item), [&found](std::string_view key) { found.AppendCell(key); });
     } else if (activeList == nullptr) {
       error = fmt::format("item {} is not in {}", Quoted(id), query.file.text);
     }
@@ -126,8 +154,8 @@ bool SelectValues(const Query& query, Store& store, TableHandle table, Dictionar
   return error.empty();
 }
 
-bool Run(std::string_view sentence, Store& store, const ResultGrid* activeList, ResultGrid& found,
-         std::string& reply, std::string& error) {
+bool Run(std::string_view sentence, Store& store, const ResultGrid* activeList, GridContents contents,
+         ResultGrid& found, std::string& reply, std::string& error) {
   std::vector<Word> words;
   Query query;
   TableHandle table = 0;
@@ -141,19 +169,25 @@ bool Run(std::string_view sentence, Store& store, const ResultGrid* activeList, 
 
   const auto select = query.verb->answer == Answer::kValues ? SelectValues : SelectItems;
   if (!select(query, store, table, dictionary, activeList, found, error)) return false;
-  reply = MakeReply(query, found.HighestRow());
+  std::int32_t columns = 1;
+  if (contents == GridContents::kKeysAndCells && query.verb->answer == Answer::kReport) {
+    const ResultGrid keys = std::move(found);
+    FillReportCells(query, store, table, dictionary, keys, found);
+    columns = found.HighestColumn();
+  }
+  reply = MakeReply(query, columns, found.HighestRow());
   return true;
 }
 
 }  // namespace
 
 bool RunQuery(std::string_view sentence, Store& store, const ResultGrid* activeList, ResultGrid& grid,
-              std::string& reply, std::string& error) {
+              std::string& reply, std::string& error, GridContents contents) {
   ResultGrid found;
   found.Start(1);
   error.clear();
   try {
-    const bool ran = Run(sentence, store, activeList, found, reply, error);
+    const bool ran = Run(sentence, store, activeList, contents, found, reply, error);
     if (!ran) found.Clear();
     grid = std::move(found);
     return ran;

@@ -1,8 +1,8 @@
 // The query language: a sentence becomes words, words a query, the query a list of keys.
 //
-//   verb [DICT] file ['id' ...] [WITH [EVERY|NO] field [op] value ... [AND|OR [WITH] ...]] [BY|BY-DSND
-//   field]...
-//        [column | TOTAL column | BREAK-ON column ["text"]]... [ID-SUPP] [HEADING|FOOTING "text"] [(options)]
+//   verb [DICT] file ['id' ...] [WITH [EVERY|NO] field [op] value ... [AND|OR [WITH] ...]]
+//        [BY|BY-DSND|BY-EXP|BY-EXP-DSND field]... [column | TOTAL column | BREAK-ON column ["text"]]...
+//        [ID-SUPP] [HEADING|FOOTING "text"] [SAVING [UNIQUE] field] [SAMPLE n] [(options)]
 //   QSELECT [DICT] file id ['id' ...] [attribute]
 //
 // Clauses stand in any order; a quoted text that is no value of WITH is an item ID; brackets group criteria.
@@ -12,9 +12,10 @@
 //   Query        what the sentence states; Parse makes it, and tells which words the language has
 //   Columns      what a dictionary word is, and its value for an item
 //   Order        how values compare
-//   Criteria     which items meet the query
+//   Criteria     which items meet the query; Pattern is LIKE, PushDown what of it a store may look at
 //   SortKeys     in which order
 //   Retrieve     the walk over the items
+//   ReportCells  what a report shows, where the engine computes it
 //   ReportReply  the answer
 #pragma once
 
@@ -26,6 +27,11 @@
 
 namespace nvadmin::engine {
 
+enum class GridContents {
+  kKeys,
+  kKeysAndCells,  // LIST and SORT put the report's cells beside its keys, as ReportCells.h says
+};
+
 // Runs a sentence of the verbs SELECT, SSELECT, PSELECT (as SELECT), QSELECT, LIST, SORT and COUNT (in any
 // letter case). `activeList`, unless null, restricts the query to its keys (column 0) and gives their order;
 // it may be `grid` itself. True: `grid` holds the keys (column 0, one column; complete, and without rows
@@ -36,6 +42,6 @@ namespace nvadmin::engine {
 // keep the order of the sentence's IDs, of the active list, or of the store's keys. The cost of reading a
 // sentence is in line with its length, whatever it says.
 bool RunQuery(std::string_view sentence, Store& store, const ResultGrid* activeList, ResultGrid& grid,
-              std::string& reply, std::string& error);
+              std::string& reply, std::string& error, GridContents contents = GridContents::kKeys);
 
 }  // namespace nvadmin::engine

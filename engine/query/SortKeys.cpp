@@ -26,25 +26,70 @@ void AppendOrdinal(std::uint64_t ordinal, std::string& key) {
 }  // namespace
 
 bool SortKeys::Compile(const Query& query, Columns& columns, Dictionary& dictionary, std::string& error) {
+  std::vector<bool> seen;  // a column that is named again sorts nothing
   for (const SortField& field : query.sortFields) {
     std::size_t column = 0;
     if (!columns.Use(field.field.text, column)) {
-      error = UnknownWord(field.field, field.descending ? "BY-DSND" : "BY", query);
+      error = UnknownWord(field.field, Capitals(field.lead.text), query);
       return false;
     }
-    fields_.push_back({column, columns[column].numeric, field.descending});
+    const std::size_t place = column * 2 + (field.explodes ? 1 : 0);
+    if (seen.size() <= place) seen.resize(2 * columns.Size());
+    if (seen[place]) continue;
+    seen[place] = true;
+    fields_.push_back({column, columns[column].numeric, field.descending, field.explodes});
+    explodes_ = explodes_ || field.explodes;
+  }
+  if (const Word& saved = query.outcome.saved; !saved.text.empty()) {
+    std::size_t column = 0;
+    if (!columns.Use(saved.text, column)) {
+      error = UnknownWord(saved, "SAVING", query);
+      return false;
+    }
+    saved_ = column;
+    for (std::size_t at = 0; at < fields_.size(); ++at) {
+      if (fields_[at].explodes && fields_[at].column == column) savedField_ = at;
+    }
   }
   if (query.verb->sortsById) {
     last_ = dictionary.HasNumericIds() ? LastKey::kIdAsNumber : LastKey::kIdAsText;
   }
+  values_.resize(fields_.size());
+  waiting_.resize(fields_.size());
   return true;
 }
 
 void SortKeys::Add(Row& row) {
+  for (std::size_t at = 0; at < fields_.size(); ++at) waiting_[at] = row.Value(fields_[at].column);
+  while (TakeValues()) {
+    AddKey(row);
+    if (!explodes_) return;
+  }
+}
+
+// Takes the next value of each exploded field, and the first value of every other. False: there is none left.
+bool SortKeys::TakeValues() {
+  bool any = !explodes_;
+  for (std::size_t at = 0; at < fields_.size(); ++at) {
+    std::optional<std::string_view>& waiting = waiting_[at];
+    const std::string_view rest = waiting.value_or(std::string_view());
+    const std::size_t length = ValueLength(rest);
+    values_[at] = rest.substr(0, length);
+    if (!fields_[at].explodes) continue;
+    any = any || waiting.has_value();
+    if (length < rest.size()) {
+      waiting = rest.substr(length + 1);
+    } else {
+      waiting.reset();
+    }
+  }
+  return any;
+}
+
+void SortKeys::AddKey(Row& row) {
   const std::size_t start = keys_.size();
-  for (const Field& field : fields_) {
-    const std::string_view values = row.Value(field.column);
-    AppendOrderKey(values.substr(0, ValueLength(values)), field.numeric, field.descending, keys_);
+  for (std::size_t at = 0; at < fields_.size(); ++at) {
+    AppendOrderKey(values_[at], fields_[at].numeric, fields_[at].descending, keys_);
   }
   switch (last_) {
     case LastKey::kAsFound:
@@ -56,23 +101,30 @@ void SortKeys::Add(Row& row) {
     case LastKey::kIdAsText:
       break;
   }
-  keys_.append(row.Id());
+  if (saved_ && last_ != LastKey::kAsFound) {
+    AppendOrderKey(row.Id(), /*numeric=*/false, /*descending=*/false, keys_);
+  }
+  const std::string_view result = savedField_ ? values_[*savedField_] : ResultOf(row);
+  keys_.append(result);
   const std::size_t length = keys_.size() - start;
   entries_.push_back({PrefixOf(std::string_view(keys_).substr(start)), start,
-                      static_cast<std::uint32_t>(length), static_cast<std::uint32_t>(row.Id().size())});
+                      static_cast<std::uint32_t>(length), static_cast<std::uint32_t>(result.size())});
+  isInOrder_ =
+      isInOrder_ && (entries_.size() < 2 || !IsBelow(entries_.back(), entries_[entries_.size() - 2]));
 }
 
-void SortKeys::Write(ResultGrid& grid) {
-  const auto keyOf = [this](const Entry& entry) {
-    return std::string_view(keys_).substr(entry.start, entry.length);
-  };
-  std::sort(entries_.begin(), entries_.end(), [&keyOf](const Entry& left, const Entry& right) {
-    if (left.prefix != right.prefix) return left.prefix < right.prefix;
-    return keyOf(left) < keyOf(right);
-  });
-  for (const Entry& entry : entries_) {
-    const std::string_view key = keyOf(entry);
-    grid.AppendCell(key.substr(key.size() - entry.idLength));
+void SortKeys::Write(std::size_t most, const ResultVisitor& visit) {
+  const auto isBelow = [this](const Entry& left, const Entry& right) { return IsBelow(left, right); };
+  const std::size_t count = most > 0 ? std::min(most, entries_.size()) : entries_.size();
+  if (!isInOrder_ && count < entries_.size()) {
+    std::partial_sort(entries_.begin(), entries_.begin() + static_cast<std::ptrdiff_t>(count), entries_.end(),
+                      isBelow);
+  } else if (!isInOrder_) {
+    std::sort(entries_.begin(), entries_.end(), isBelow);
+  }
+  for (std::size_t at = 0; at < count; ++at) {
+    const std::string_view key = KeyOf(entries_[at]);
+    if (!visit(key.substr(key.size() - entries_[at].resultLength))) return;
   }
 }
 

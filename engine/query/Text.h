@@ -47,6 +47,17 @@ inline std::size_t ValueLength(std::string_view values) {
   return static_cast<std::size_t>(std::find_if(values.begin(), values.end(), EndsValue) - values.begin());
 }
 
+// Calls `visit` with each part of a text between value marks; an empty text is one part.
+template <typename Visit>
+void ForEachValue(std::string_view text, const Visit& visit) {
+  for (;;) {
+    const std::size_t mark = text.find(kValueMark);
+    visit(text.substr(0, mark));
+    if (mark == std::string_view::npos) return;
+    text.remove_prefix(mark + 1);
+  }
+}
+
 // Hashes texts of any kind, so that maps with string keys can be asked with views.
 struct TextHash {
   using is_transparent = void;

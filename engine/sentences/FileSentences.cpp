@@ -64,6 +64,17 @@ SentenceResult ListFiles(EngineSession& session, std::string_view sentence) {
   return {true, fmt::format("{}", fmt::join(names, std::string_view(&kAttributeMark, 1)))};
 }
 
+// Tells how the store made a file; a native one makes no columns.
+void PrintCreated(Store& store, const std::string& file, Printout& printout) {
+  TableHandle table = 0;
+  std::string error;
+  if (!store.OpenTable(file, table, error)) return printout.Line(error);
+  const TableDescription& made = store.Describe(table);
+  printout.Line(made.layout == Layout::kItem ? fmt::format("file {} created, an item a row", Quoted(file))
+                                             : fmt::format("file {} created with {}", Quoted(file),
+                                                           Counted(made.limits.size() - 1, "column")));
+}
+
 SentenceResult CreateFile(EngineSession& session, std::string_view sentence) {
   Arguments arguments(sentence);
   std::string file, dictionary;
@@ -82,9 +93,7 @@ SentenceResult CreateFile(EngineSession& session, std::string_view sentence) {
   if (!store.CreateTable(file, columns, result.text)) return result;
 
   Printout printout(session);
-  printout.Line(columns == 0
-                    ? fmt::format("file {} created, an item a row", Quoted(file))
-                    : fmt::format("file {} created with {}", Quoted(file), Counted(columns, "column")));
+  PrintCreated(store, file, printout);
   if (isDictionary) return printout.Done();
   if (FindDictionary(session, file, dictionary)) {
     printout.Line(fmt::format("file {} was there already and stays", Quoted(dictionary)));
@@ -94,8 +103,7 @@ SentenceResult CreateFile(EngineSession& session, std::string_view sentence) {
     result.text = fmt::format("the file was created, its dictionary was not: {}", result.text);
     return result;
   }
-  printout.Line(
-      fmt::format("file {} created with {}", Quoted(dictionary), Counted(kDictionaryColumns, "column")));
+  PrintCreated(store, dictionary, printout);
   return printout.Done();
 }
 
@@ -134,7 +142,7 @@ SentenceResult DeleteFile(EngineSession& session, std::string_view sentence) {
 constexpr std::array<Verb, 4> kVerbs = {{
     {"LISTF", VerbKind::kAnswers, ListFiles, "LISTF", "List the files of the account."},
     {"CREATE-FILE", VerbKind::kPrints, CreateFile, "CREATE-FILE [DICT] file [columns]",
-     "Make a file and its dictionary; columns is the number of attributes that get a column each."},
+     "Make a file and its dictionary, with a column for so many attributes."},
     {"DELETE-FILE", VerbKind::kPrints, DeleteFile, "DELETE-FILE [DICT] file",
      "Delete a file and its dictionary."},
     {"CLEAR-FILE", VerbKind::kPrints, ClearFile, "CLEAR-FILE [DICT] file", "Delete all items of a file."},

@@ -3,6 +3,9 @@
 
 #include <array>
 
+#include "engine/query/Parse.h"
+#include "engine/query/QueryHelp.h"
+#include "engine/query/Text.h"
 #include "engine/query/Words.h"
 #include "engine/sentences/Arguments.h"
 #include "engine/sentences/Printout.h"
@@ -24,15 +27,21 @@ SentenceResult Help(EngineSession& session, std::string_view sentence) {
   }
   std::string_view word;
   if (!arguments.Take("verb", word) || !arguments.End()) return arguments.Refusal();
+  if (SameWord(word, "QUERY")) {
+    for (const std::string_view line : QueryHelp()) printout.Line(line);
+    return printout.Done();
+  }
   const Verb* verb = FindVerb(word);
   if (verb == nullptr) return {false, fmt::format("{} is no verb; HELP lists the verbs", Quoted(word))};
   printout.Line(verb->usage);
   printout.Line(verb->help);
+  if (FindQueryVerb(verb->word) != nullptr) printout.Line("HELP QUERY shows the whole language.");
   return printout.Done();
 }
 
 constexpr std::array<Verb, 1> kVerbs = {{
-    {"HELP", VerbKind::kPrints, Help, "HELP [verb]", "List the verbs, or show how one is written."},
+    {"HELP", VerbKind::kPrints, Help, "HELP [verb|QUERY]",
+     "List the verbs, or show how one or the query language is written."},
 }};
 
 }  // namespace

@@ -133,7 +133,7 @@ SentenceResult DeleteItems(EngineSession& session, std::string_view sentence) {
 constexpr std::array<Verb, 4> kVerbs = {{
     {"CT", VerbKind::kPrints, ShowItem, "CT [DICT] file item", "Show an item, an attribute a line."},
     {"PUT", VerbKind::kPrints, PutAttribute, "PUT [DICT] file item attribute value",
-     "Write an attribute; the value is the rest of the line. Makes the item if it is missing."},
+     "Write an attribute: the rest of the line. Makes a missing item."},
     {"COPY-ITEM", VerbKind::kPrints, CopyItem, "COPY-ITEM [DICT] file item [TO [DICT] file] newitem",
      "Copy an item to a new ID, in this file or another."},
     {"DELETE-ITEM", VerbKind::kPrints, DeleteItems, "DELETE-ITEM [DICT] file item ...", "Delete items."},

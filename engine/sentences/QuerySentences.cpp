@@ -20,7 +20,10 @@ SentenceResult SelectItems(EngineSession& session, std::string_view sentence) {
   std::string reply;
   std::string error;
   const ResultGrid* list = session.ActiveListFor(sentence);
-  if (!RunQuery(sentence, session.CurrentStore(), list, session.Grid(), reply, error)) return {false, error};
+  const GridContents contents =
+      session.WantsReportCells() ? GridContents::kKeysAndCells : GridContents::kKeys;
+  if (!RunQuery(sentence, session.CurrentStore(), list, session.Grid(), reply, error, contents))
+    return {false, error};
   return {true, reply};
 }
 

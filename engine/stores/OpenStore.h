@@ -8,9 +8,9 @@
 
 namespace nvadmin::engine {
 
-// Fails, naming account or file and the way out, when the database can't be opened, is damaged or isn't an
-// account's, and for a kind of store that isn't supported: datastore words that begin with "MV", and any
-// store address. The account's file is made when it is missing.
+// Fails, naming account or file and the way out, when the database can't be opened, is damaged or isn't of an
+// account of this kind, and for any store address, since none is supported. The account's file is made when
+// it is missing.
 std::unique_ptr<Store> OpenStore(const Home& home, const Account& account);
 
 }  // namespace nvadmin::engine

@@ -14,11 +14,9 @@ namespace nvadmin::engine {
 namespace {
 
 constexpr std::uint64_t kLargestResult = std::uint64_t{1} << 30;
-constexpr std::string_view kNoStatement = "there is no SQL statement";
 
-// First words of statements that change rows, and of those that give rows whatever they say.
+// First words of statements that change rows.
 constexpr std::string_view kChangingWords[] = {"INSERT", "UPDATE", "DELETE", "REPLACE", "WITH"};
-constexpr std::string_view kQueryWords[] = {"SELECT", "WITH", "VALUES", "EXPLAIN"};
 
 // Raises a flag for a scope.
 class FlagRaised {
@@ -31,11 +29,6 @@ class FlagRaised {
  private:
   bool& flag_;
 };
-
-bool IsOneOf(const SqlToken& token, std::span<const std::string_view> words) {
-  return std::any_of(words.begin(), words.end(),
-                     [&](std::string_view word) { return IsSqlWord(token, word); });
-}
 
 }  // namespace
 
@@ -90,74 +83,17 @@ int SqliteStore::Authorize(void* store, int action, const char* first, const cha
   return SQLITE_OK;
 }
 
-bool SqliteStore::RunSql(std::string_view statement, ResultGrid& grid, bool& isQuery, std::string& message,
-                         std::string& error) {
-  const std::vector<SqlToken> tokens = CutSqlTokens(statement);
-  isQuery = !tokens.empty() && IsOneOf(tokens[0], kQueryWords);
-  bool isDone = false;
-  try {
-    isDone = RunSentence(statement, tokens, grid, isQuery, message, error);
-  } catch (const StoreFailure&) {
-    ForgetTables();  // SQLite may have met a new schema before it failed
-    if (isQuery) grid.Clear();
-    throw;
-  }
-  if (!isDone && isQuery) grid.Clear();
-  SchemaChanged();
-  return isDone;
-}
-
-bool SqliteStore::RunSentence(std::string_view statement, const std::vector<SqlToken>& tokens,
-                              ResultGrid& grid, bool& isQuery, std::string& message, std::string& error) {
-  if (tokens.empty()) {
-    error = kNoStatement;
-    return false;
-  }
-  if (statement.find('\0') != std::string_view::npos) {
-    error = "an SQL statement can't hold a character 0";
-    return false;
-  }
-  error = RefuseSqlStatement(tokens);
-  if (!error.empty()) return false;
-
-  NewTable table;
-  if (ReadCreateTable(statement, table)) {
-    Commit();
-    message = fmt::format("table {} created", table.name);
-    return MakeTable(table, error);
-  }
-  std::string name;
-  if (ReadDropTable(statement, name)) {
-    bool isOurs = false;
-    const bool isDropped = DropBareName(name, isOurs, message, error);
-    if (isOurs) return isDropped;
-  }
-  return RunPreparedSql(statement, tokens, grid, isQuery, message, error);
-}
-
-// Drops the table whose name is all that stands behind DROP TABLE, be it a keyword or hold blanks and quotes.
-// Otherwise it is ordinary SQL (`isOurs` false), unless a single word stands there.
-bool SqliteStore::DropBareName(std::string_view name, bool& isOurs, std::string& message,
-                               std::string& error) {
-  const std::vector<SqlToken> tokens = CutSqlTokens(name);
-  std::string_view withoutEnd = name;
-  while (withoutEnd.ends_with(';') || withoutEnd.ends_with(' ')) withoutEnd.remove_suffix(1);
+bool SqliteStore::DropIfThere(std::string_view candidate, bool& isThere, std::string& error) {
   std::string spelling;
   std::string type;
-  isOurs = true;
-  for (const std::string_view candidate : {name, withoutEnd}) {
-    if (!FindTable(FoldTableName(candidate), spelling, type) || type != "table") continue;
-    Commit();
-    message = fmt::format("table {} dropped", candidate);
-    return RunOwnStatement("DROP TABLE main." + QuoteSqlName(spelling), error);
-  }
-  isOurs = !tokens.empty() && tokens[0].kind == SqlTokenKind::kWord && tokens[0].text == withoutEnd;
-  if (isOurs) error = fmt::format("there is no table {} in account {}", withoutEnd, account_);
-  return false;
+  isThere = FindSpelling(FoldTableName(candidate), spelling, type) && type == "table";
+  if (!isThere) return false;
+  Commit();
+  return RunOwnStatement("DROP TABLE main." + QuoteSqlName(spelling), error);
 }
 
-bool SqliteStore::RunPreparedSql(std::string_view statement, const std::vector<SqlToken>& tokens,
-                                 ResultGrid& grid, bool& isQuery, std::string& message, std::string& error) {
+bool SqliteStore::RunOtherSql(std::string_view statement, const std::vector<SqlToken>& tokens,
+                              ResultGrid& grid, bool& isQuery, std::string& message, std::string& error) {
   RewrittenSql rewritten;
   rewritten.text = statement;
   if (hasTop_ && !RewriteTop(statement, rewritten, error)) return false;
@@ -171,8 +107,8 @@ bool SqliteStore::RunPreparedSql(std::string_view statement, const std::vector<S
   int code = SQLITE_OK;
   {
     const FlagRaised guarded(isGuarded_);
-    code =
-        sqlite3_prepare_v3(database_.Handle(), utf8.c_str(), static_cast<int>(utf8.size()), 0, &raw, &tail);
+    code = sqlite3_prepare_v3(Connection().Handle(), utf8.c_str(), static_cast<int>(utf8.size()), 0, &raw,
+                              &tail);
   }
   const Statement prepared(raw);
   if (code != SQLITE_OK) return SqlFailed(code, rewritten, utf8, error);
@@ -200,8 +136,9 @@ bool SqliteStore::RunPreparedSql(std::string_view statement, const std::vector<S
   } else if (!noted_.empty()) {
     message = noted_;
   } else {
-    message =
-        IsOneOf(tokens[0], kChangingWords) ? fmt::format("{} row(s) changed", database_.Changes()) : "done";
+    const bool changesRows = std::any_of(std::begin(kChangingWords), std::end(kChangingWords),
+                                         [&](std::string_view word) { return IsSqlWord(tokens[0], word); });
+    message = changesRows ? fmt::format("{} row(s) changed", Connection().Changes()) : "done";
   }
   return true;
 }
@@ -239,9 +176,9 @@ bool SqliteStore::SqlFailed(int code, const RewrittenSql& rewritten, std::string
     error = refusal_;
     return false;
   }
-  if (IsStoreTrouble(code)) database_.Fail(code);
-  error = ForeignText(sqlite3_errmsg(database_.Handle()));
-  const int offset = sqlite3_error_offset(database_.Handle());
+  if (IsStoreTrouble(code)) Connection().Fail(code);
+  error = ForeignText(sqlite3_errmsg(Connection().Handle()));
+  const int offset = sqlite3_error_offset(Connection().Handle());
   if (offset < 0) return false;
   const std::string_view before = utf8.substr(0, static_cast<std::size_t>(offset));
   const auto characters =

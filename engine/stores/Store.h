@@ -33,7 +33,7 @@ struct StoreFailure : EngineFailure {
 
 enum class Layout {
   kColumns,  // Type-C: A0, A1 ... An, an attribute each
-  kItem,     // Type-N: A0 and ITEM, the item as one text
+  kItem,     // Type-N: A0 and ITEM, the item as one text; also every file of a native store
   kBuiltIn,  // made by the engine, read only (the dictionary of a dictionary)
 };
 
@@ -49,10 +49,25 @@ struct TableDescription {
 // is then a false answer with a text) or made anew.
 using TableHandle = std::int32_t;
 
+// What an item must have for its scanner to want it: one of several texts, each somewhere in an attribute (0
+// is the item ID). An empty text is met by every attribute that isn't empty.
+struct ScanAlternative {
+  std::int32_t attribute = 0;
+  std::string text;
+
+  bool operator==(const ScanAlternative&) const = default;
+};
+using ScanCondition = std::vector<ScanAlternative>;
+
 // What a scan hands out of each item: the attributes named (1 and up, in this order), or the whole item.
 struct Projection {
   std::vector<std::int32_t> attributes;
   bool wholeItem = false;  // then the values are just one, the item
+  // A store may leave out items that don't meet all of them, where that costs it less than handing them out.
+  // It must hand out those that do, so it may ignore a condition, or widen it.
+  std::vector<ScanCondition> conditions = {};
+
+  bool operator==(const Projection&) const = default;
 };
 
 // Called once an item; `values` as the projection says, valid during the call; missing attributes are empty.
@@ -112,7 +127,8 @@ class Store {
                      std::string& error) = 0;  // also false: no such item
 
   // Files. They commit what is open first, and are on disk when they return.
-  // columns above 0 makes a Type-C table with that many columns of unlimited text; 0 a Type-N table.
+  // columns above 0 makes a Type-C table with that many columns of unlimited text; 0 a Type-N table. A native
+  // store makes the same file of either.
   virtual bool CreateTable(std::string_view name, std::int32_t columns, std::string& error) = 0;
   virtual bool DropTable(std::string_view name, std::string& error) = 0;
   virtual bool ClearTable(std::string_view name, std::string& error) = 0;
@@ -123,7 +139,7 @@ class Store {
   // tells which it was; after false or a failure, which the statement's first word makes it, and the grid of
   // a failed query is empty. Refused by name: what leaves the account, touches transactions, or is more than
   // one statement; a result of over 1 GiB. CREATE TABLE and DROP TABLE of a file take its name bare, whatever
-  // characters it holds.
+  // characters it holds; they are all that a native store takes.
   virtual bool RunSql(std::string_view statement, ResultGrid& grid, bool& isQuery, std::string& message,
                       std::string& error) = 0;
 

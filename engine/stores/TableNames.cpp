@@ -49,6 +49,22 @@ bool IsDictionaryOfDictionary(std::string_view mappedName, std::string& dictiona
   return true;
 }
 
+std::string NativeName::Shown() const {
+  std::string shown;
+  for (int dictionary = 0; dictionary < dictionaryOf; ++dictionary) shown += "DICT ";
+  return shown + owner;
+}
+
+NativeName ReadNativeName(std::string_view name) {
+  NativeName read;
+  for (; FoldTableName(name.substr(0, kDictionaryWord.size())) == kDictionaryWord; ++read.dictionaryOf)
+    name = TrimBlanks(name.substr(kDictionaryWord.size()));
+  for (; IsDictionaryName(FoldTableName(name)); ++read.dictionaryOf)
+    name.remove_suffix(kDictionaryEnding.size());
+  read.owner = name;
+  return read;
+}
+
 std::string QuoteSqlName(std::string_view name) {
   std::string quoted = "\"";
   for (const char letter : name) {

@@ -20,6 +20,17 @@ bool IsDictionaryName(std::string_view mappedName);
 // "x_dict_dict": `dictionary` becomes "x_dict". False, with `dictionary` unchanged, for any other name.
 bool IsDictionaryOfDictionary(std::string_view mappedName, std::string& dictionary);
 
+// A file's name on a store that keeps names as they come: whose it is, and whether it is that file itself,
+// its dictionary (DICT x, x_dict) or the dictionary of that (DICT DICT x, DICT x_dict, x_dict_dict).
+struct NativeName {
+  std::string owner;     // in its letter case; it may be empty
+  int dictionaryOf = 0;  // 0 the file itself, 1 its dictionary, 2 and up the dictionary of one
+
+  std::string Shown() const;  // "MY.FILE-1", "DICT MY.FILE-1", "DICT DICT MY.FILE-1"
+  std::string Key() const { return FoldTableName(Shown()); }
+};
+NativeName ReadNativeName(std::string_view name);
+
 // In double quotes, as SQL takes a name with any character in it.
 std::string QuoteSqlName(std::string_view name);
 

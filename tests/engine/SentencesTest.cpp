@@ -55,11 +55,25 @@ class Sentences : public testing::TestWithParam<std::string_view>, public TwoSes
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(Stores, Sentences, testing::Values("JETS", "MS", "MY", "ORA"));
+// What only an account with tables can do.
+class RelationalSentences : public Sentences {};
+
+INSTANTIATE_TEST_SUITE_P(Stores, Sentences, kEveryAccount);
+INSTANTIATE_TEST_SUITE_P(Stores, RelationalSentences, kRelational);
+
+class NativeSentences : public testing::Test, public TwoSessions {
+ public:
+  NativeSentences() : TwoSessions(kNative) {}
+};
 
 TEST_P(Sentences, AnswerOrRefuse) {
   const std::string account(GetParam());
-  const std::string table = "stock";
+  const bool isNative = account == kNative;
+  const std::string table = isNative ? "STOCK" : "stock";
+  const auto created = [isNative](const std::string& file, const std::string& columns) {
+    return "file '" + file +
+           (isNative ? "' created, an item a row" : "' created with " + columns + " columns");
+  };
   Run({
       {"WHO", fmt::format("{} {} anna", anna.PortNumber(), account), ""},
       {"who", fmt::format("{} {} anna", anna.PortNumber(), account), ""},
@@ -82,15 +96,13 @@ TEST_P(Sentences, AnswerOrRefuse) {
       {"LOGTO " + account, "OK", ""},
       {"OFF", "", "prompt only"},
       {"LISTF", "", ""},
-      {"CREATE-FILE STOCK",
-       "file 'STOCK' created, an item a row{LINE}file 'DICT STOCK' created with 15 columns", ""},
-      {"CREATE-FILE STOCK", "", "stock"},
+      {"CREATE-FILE STOCK", "file 'STOCK' created, an item a row{LINE}" + created("DICT STOCK", "15"), ""},
+      {"CREATE-FILE STOCK", "", table + " is there already"},
       {"CREATE-FILE WIDE 0", "", "'0'"},
       {"CREATE-FILE ODD many", "", "'many'"},
       {"CREATE-FILE", "", "the file is missing"},
-      {"CREATE-FILE 'WIDE' 3",
-       "file 'WIDE' created with 3 columns{LINE}file 'DICT WIDE' created with 15 columns", ""},
-      {"LISTF", "stock{AM}wide", ""},
+      {"CREATE-FILE 'WIDE' 3", created("WIDE", "3") + "{LINE}" + created("DICT WIDE", "15"), ""},
+      {"LISTF", isNative ? "STOCK{AM}WIDE" : "stock{AM}wide", ""},
       {"PUT STOCK 1 2 red  apples ", "attribute 2 of item '1' written", ""},
       {"PUT STOCK 1 1 \"\"", "attribute 1 of item '1' written", ""},
       {"PUT STOCK 'x y' 1 O'Neil's", "attribute 1 of item 'x y' written", ""},
@@ -114,7 +126,7 @@ TEST_P(Sentences, AnswerOrRefuse) {
       {"COUNT STOCK", "4 items counted", ""},
       {"COUNT NOWHERE", "", "NOWHERE"},
       {"DELETE-ITEM STOCK 1 \"x y\"", "2 items deleted", ""},
-      {"DELETE-ITEM STOCK 2 5", "", "1 of 2 items deleted; table stock, item '5' "},
+      {"DELETE-ITEM STOCK 2 5", "", "1 of 2 items deleted; table " + table + ", item '5' "},
       {"DELETE-ITEM STOCK", "", "the item ID is missing"},
       {"COUNT STOCK", "1 item counted", ""},
       {"CLEAR-FILE STOCK", "file 'STOCK' cleared", ""},
@@ -125,7 +137,7 @@ TEST_P(Sentences, AnswerOrRefuse) {
       {"DELETE-FILE DICT STOCK", "file 'DICT STOCK' deleted", ""},
       {"DELETE-FILE STOCK", "file 'STOCK' deleted", ""},
       {"LISTF", "", ""},
-      {"CREATE-FILE DICT STOCK", "file 'DICT STOCK' created with 15 columns", ""},
+      {"CREATE-FILE DICT STOCK", created("DICT STOCK", "15"), ""},
       {"CREATE-FILE STOCK",
        "file 'STOCK' created, an item a row{LINE}file 'DICT STOCK' was there already and stays", ""},
       {"HELP WHO", "WHO{LINE}Show the port number, the account and the user.", ""},
@@ -143,7 +155,7 @@ TEST_P(Sentences, HelpNamesEveryVerb) {
   }
 }
 
-TEST_P(Sentences, SqlGoesToTheStore) {
+TEST_P(RelationalSentences, SqlGoesToTheStore) {
   ASSERT_NE(Type(anna, "CREATE-FILE STOCK 2"), "ERROR");
   ASSERT_NE(Type(anna, "insert into stock (A0, A1) values ('1', 'red')"), "ERROR") << anna.GetErrorDetail();
   EXPECT_EQ(SeenByBen("STOCK", "1"), "red") << "a statement is on disk when it returns";
@@ -163,6 +175,45 @@ TEST_P(Sentences, SqlGoesToTheStore) {
   EXPECT_EQ(anna.ExecuteSentence("SELECT x FROM nowhere"), "ERROR");
   EXPECT_EQ(anna.GetResultBound(1), -1);
   EXPECT_THROW(anna.GetResultCell(0, 1), EngineFailure);
+}
+
+TEST_F(NativeSentences, RefuseSqlWithTheReason) {
+  ASSERT_NE(Type(anna, "CREATE TABLE STOCK (A0 VARCHAR(25) PRIMARY KEY, A1 TEXT)"), "ERROR")
+      << anna.GetErrorDetail();
+  ASSERT_NE(Type(anna, "PUT STOCK 1 3 three"), "ERROR") << anna.GetErrorDetail();
+  ASSERT_NE(Type(anna, "SELECT STOCK"), "ERROR") << anna.GetErrorDetail();
+  EXPECT_EQ(Type(anna, "UPDATE STOCK SET A1 = 'blue'"), "ERROR");
+  EXPECT_NE(anna.GetErrorDetail().find("UPDATE is not allowed"), std::string::npos) << anna.GetErrorDetail();
+  EXPECT_EQ(anna.GetResultBound(2), 1);
+  EXPECT_EQ(Type(anna, "SELECT A1 FROM STOCK"), "ERROR");
+  EXPECT_NE(anna.GetErrorDetail().find("account NAT are no tables"), std::string::npos)
+      << anna.GetErrorDetail();
+  EXPECT_EQ(anna.GetResultBound(1), -1);
+  EXPECT_EQ(Type(anna, "DROP TABLE stock"), "table stock dropped");
+}
+
+// A terminal's report reads the items itself: its list is keys alone, on every kind of account.
+TEST_P(Sentences, OnlyPagesOfANativeAccountGetCells) {
+  for (const char* sentence : {"CREATE-FILE STOCK 2", "PUT STOCK 1 1 red", "PUT DICT STOCK COLOUR 1 A",
+                               "PUT DICT STOCK COLOUR 2 1", "PUT DICT STOCK COLOUR 10 6"}) {
+    ASSERT_NE(Type(anna, sentence), "ERROR") << anna.GetErrorDetail();
+  }
+  ASSERT_NE(Type(anna, "LIST STOCK COLOUR"), "ERROR");
+  EXPECT_EQ(anna.GetResultBound(1), 0);
+  annasPort.showsPages = true;
+  const std::string reply = Type(anna, "LIST STOCK COLOUR");
+  EXPECT_EQ(reply.substr(0, 4),
+            "1\xFE"
+            "1\xFE");
+  EXPECT_EQ(anna.GetResultCell(0, 1), "1");
+  if (GetParam() == kNative) {
+    EXPECT_EQ(anna.GetResultCell(1, 0),
+              "COLOUR\xFAL6\xFA\xFA"
+              "COLOUR");
+    EXPECT_EQ(anna.GetResultCell(1, 1), "red");
+  } else {
+    EXPECT_EQ(anna.GetResultBound(1), 0);
+  }
 }
 
 TEST_P(Sentences, MayBeMegabytesLong) {

@@ -19,7 +19,12 @@
 namespace nvadmin::engine {
 
 inline constexpr std::string_view kAccounts[][2] = {
-    {"JETS", "JET"}, {"MS", "MSSQL"}, {"MY", "MYSQL"}, {"ORA", "ORACLE"}};
+    {"JETS", "JET"}, {"MS", "MSSQL"}, {"MY", "MYSQL"}, {"ORA", "ORACLE"}, {"NAT", "MVNAT"}};
+
+// The accounts by kind, as the parameters of tests.
+inline const auto kRelational = testing::Values("JETS", "MS", "MY", "ORA");
+inline const auto kEveryAccount = testing::Values("JETS", "MS", "MY", "ORA", "NAT");
+inline constexpr std::string_view kNative = "NAT";
 
 class ScriptedPort final : public Port {
  public:

@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/host/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace nvadmin::host {
 namespace {

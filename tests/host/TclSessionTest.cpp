@@ -12,7 +12,7 @@
 
 #include "host/StreamPort.h"
 #include "session/SessionState.h"
-#include "tests/host/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace nvadmin::host {
 namespace {

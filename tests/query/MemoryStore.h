@@ -2,8 +2,6 @@
 // byte order. Counts what it hands out.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <map>
 #include <string>
@@ -51,6 +49,7 @@ class MemoryStore : public Store {
   int scans = 0;                  // of anything but dictionaries
   Projection lastScan;            // of anything but dictionaries
   std::size_t failAfterRows = 0;  // a scan throws behind so many items; 0: never
+  bool leavesOut = false;         // a scan hands out just what meets its conditions
 
   bool OpenTable(std::string_view name, TableHandle& table, std::string& error) override {
     for (std::size_t at = 0; at < files_.size(); ++at) {
@@ -81,6 +80,7 @@ class MemoryStore : public Store {
     }
     std::size_t rows = 0;
     for (const auto& [id, item] : file.items) {
+      if (leavesOut && !MeetsConditions(projection, id, item)) continue;
       if (failAfterRows > 0 && rows++ == failAfterRows) throw StoreFailure("the store is gone");
       std::vector<std::string_view> values;
       for (const std::int32_t attribute : projection.attributes)
@@ -117,6 +117,16 @@ class MemoryStore : public Store {
     std::string name;
     Items items;
   };
+
+  static bool MeetsConditions(const Projection& projection, std::string_view id, std::string_view item) {
+    return std::all_of(
+        projection.conditions.begin(), projection.conditions.end(), [&](const auto& condition) {
+          return std::any_of(condition.begin(), condition.end(), [&](const ScanAlternative& wanted) {
+            const std::string_view text = wanted.attribute == 0 ? id : mv::Extract(item, wanted.attribute);
+            return wanted.text.empty() ? !text.empty() : text.find(wanted.text) != std::string_view::npos;
+          });
+        });
+  }
 
   template <typename Result>
   static Result Unused() {

@@ -33,6 +33,8 @@ TEST(QueryLimitsTest, AnswersHugeSentencesInBoundedTime) {
   store.Put("DICT F", "N", "A^1^^^^^^^R^9");
   store.Put("F", "one", "1");
   store.Put("F", "two", "2");
+  store.Put("DICT G", "L", "A^1^^^^^^^L^9");
+  store.Put("G", "long", std::string(kMegabyte, 'a') + "-z");
   // Each N() doubles what a computation without memory costs.
   for (int level = 0; level < 200; ++level) {
     store.Put("DICT F", "D" + std::to_string(level),
@@ -65,6 +67,14 @@ TEST(QueryLimitsTest, AnswersHugeSentencesInBoundedTime) {
       {"one word", "LIST F WITH " + std::string(kMegabyte, 'x'), "!unknown word 'xxxx"},
       {"one quote", "LIST F '" + std::string(kMegabyte, 'x'), "!has no partner"},
       {"one long number", "SELECT F WITH N < " + std::string(kMegabyte, '9'), "one two"},
+      {"patterns of many pieces", "SELECT G WITH L LIKE" + Repeat(" '" + Repeat("0N0A", 49) + "-'", 5), ""},
+      {"patterns of one letter", "SELECT G WITH L LIKE" + Repeat(" '..." + std::string(196, 'a') + "'", 5),
+       ""},
+      {"a long pattern", "SELECT F WITH N LIKE '" + Repeat("0N1N", 250'000) + "'",
+       "!longer than 200 characters"},
+      {"a huge count", "SELECT F WITH N LIKE '99999999999999999999999N'", ""},
+      {"ranges", "SELECT F WITH N BETWEEN" + Repeat(" 1 1", kMegabyte / 8), "one"},
+      {"exploded fields", "SSELECT F BY N" + Repeat(" BY-EXP N", 100'000), "one two"},
       {"operators", "LIST F WITH N " + Repeat("<", kMegabyte), "!no value behind it"},
       {"throw-away words", "SELECT F" + Repeat(" THE", kMegabyte / 4), "one two"},
       {"correlatives that double", "SELECT F WITH D0 = '####'", "one two"},

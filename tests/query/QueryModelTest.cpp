@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
-#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,6 +12,7 @@
 #include "engine/ResultGrid.h"
 #include "engine/query/RunQuery.h"
 #include "tests/query/MemoryStore.h"
+#include "tests/query/Random.h"
 
 namespace nvadmin::engine {
 namespace {
@@ -28,20 +28,6 @@ constexpr const char* kTexts[] = {"",    "a",   "ab", "abc",  "b",   "ba", "B", 
                                   "007", "1.0", "-1", "-1.5", "1.5", ".5", "0", "-0", "x 1", "\xE4", "\xE4z"};
 constexpr const char* kOperators[] = {"=", "#", "<", ">", "<=", ">="};
 constexpr const char* kQuantifiers[] = {"", "EVERY ", "NO "};
-
-class Random {
- public:
-  explicit Random(unsigned seed) : engine_(seed) {}
-  std::size_t Below(std::size_t limit) { return engine_() % limit; }
-  bool Chance(std::size_t percent) { return Below(100) < percent; }
-  template <typename Element, std::size_t count>
-  const Element& Of(const Element (&elements)[count]) {
-    return elements[Below(count)];
-  }
-
- private:
-  std::mt19937 engine_;
-};
 
 std::vector<std::string> Split(const std::string& text, const std::string& marks) {
   std::vector<std::string> parts(1);

@@ -42,6 +42,10 @@ constexpr Item kAccount[] = {
     {"DICT ORDERS", "VALUE", "S^0^Value^^^^MD2^A;N(QTY)*N(PRICE)^R^10"},
     {"DICT ORDERS", "TRIPLE", "S^1^Triple^^^^^A;V*\"3\"^R^8"},
     {"DICT ORDERS", "AMOUNT", "S^1^Amount^^^^^A;1*2^R^8"},
+    {"DICT ORDERS", "MIXED", "S^0^^^^^^A;IF 5 = \"LD\" THEN 3:\"-\":1 ELSE 2^L^8"},
+    {"DICT ORDERS", "SIZE", "S^0^^^^^^A;na^R^8"},
+    {"DICT ORDERS", "LENGTH", "S^0^^^^^^F;NL;C15;-^R^8"},
+    {"DICT ORDERS", "FAR", "S^0^^^^^^A;IF 101 = \"\" THEN NA ELSE \"0\"^R^8"},
     {"DICT ORDERS", "LOW", "S^5^Low^^^^^MCL^L^8"},
     {"DICT ORDERS", "TOTAL", "A^3^Total^^^^^^R^8"},
     {"DICT ORDERS", "NO", "A^4^No^^^^^^L^8"},
@@ -63,6 +67,7 @@ constexpr Item kAccount[] = {
     {"DICT EVENTS", "DAY", "D^1^D4/^Day^10L"},
     {"EVENTS", "a", "9999"},
     {"EVENTS", "b", "10000"},
+    {"MY FILE", "a b", "one"},
     {"BARE", "x", "1]2^two^3"},
     {"BARE", "y", "^^a"},
 };
@@ -106,6 +111,7 @@ TEST_F(QueryTest, FindsTheKeysOfASentence) {
       {"  select   CUSTOMERS  ", "C1 C10 C2 C3 C4"},
       {"PSELECT CUSTOMERS FILE", "C1 C10 C2 C3 C4"},
       {"SELECT DICT CUSTOMERS WITH TYPE 'X'", "NOTE"},
+      {"SELECT 'MY FILE' WITH A1 = 'one'", "a b"},
       {"select dict CUSTOMERS with type = 'S' by-dsnd @ID", "BALANCE"},
       // Item IDs: behind the file, and later ones that are no value.
       {"SELECT CUSTOMERS 'C3' \"C1\" \\C2\\", "C3 C1 C2"},
@@ -153,6 +159,25 @@ TEST_F(QueryTest, FindsTheKeysOfASentence) {
       {"SELECT CUSTOMERS WITH NAME # '[n]'", "C1 C3"},
       {"SELECT CUSTOMERS WITH SINCE = '[/2020'", "C1 C10 C4"},
       {"SELECT CUSTOMERS WITH BALANCE = '[.00'", "C1 C3 C4"},
+      // Patterns, on what a report shows; the whole value, case included.
+      {"SELECT CUSTOMERS WITH NAME LIKE '5A'", "C1 C2"},
+      {"SELECT CUSTOMERS WITH NAME LIKE \"S...\"", "C1 C4"},
+      {"SELECT CUSTOMERS WITH NAME LIKE ...n", "C2"},
+      {"SELECT CUSTOMERS WITH NAME LIKE \"1A'0X\"", "C3"},
+      {"SELECT CUSTOMERS WITH NAME LIKE \"1A'x'0X\" 'B...' '4n'", "C2"},
+      {"SELECT CUSTOMERS WITH NAME UNLIKE 'S...' '...d...'", "C2 C3"},
+      {"SELECT CUSTOMERS WITH NAME LIKE 's...'", ""},
+      {"SELECT CUSTOMERS WITH SINCE LIKE '2N/2N/2020'", "C1 C10 C4"},
+      {"SELECT CUSTOMERS WITH EVERY PHONES LIKE '555-1N'", "C1"},
+      {"SELECT CUSTOMERS WITH PHONES UNLIKE '3N-1N'", "C10 C3"},
+      {"SELECT CUSTOMERS WITH NO PHONES MATCHES '777...'", "C1 C10"},
+      // Ranges hold their ends.
+      {"SELECT CUSTOMERS WITH BALANCE BETWEEN 9 90", "C3 C4"},
+      {"SELECT CUSTOMERS WITH BALANCE BETWEEN 90 9", ""},
+      {"SELECT CUSTOMERS WITH NAME BETWEEN Brown NAME", "C2"},
+      {"SELECT CUSTOMERS WITH NAME BETWEEN 'A' C 'Sa' \"Sb\"", "C10 C2 C4"},
+      {"SELECT CUSTOMERS WITH SINCE BETWEEN 1/1/2020 4/16/2020 AND CITY = York", "C10"},
+      {"SELECT CUSTOMERS WITH BALANCE BETWEEN -5 0 OR BETWEEN 95 200", "C1 C10"},
       // Several values, long lists among them.
       {"SELECT CUSTOMERS WITH CITY = 'York' 'leeds'", "C10 C3"},
       {"SELECT CUSTOMERS WITH CITY York leeds", "C10 C3"},
@@ -180,6 +205,8 @@ TEST_F(QueryTest, FindsTheKeysOfASentence) {
       {"SELECT ORDERS WITH VALUE = 50", "10"},
       {"SELECT ORDERS WITH VALUE = 2 6", "9-7"},
       {"SELECT ORDERS WITH TRIPLE = 9", "9-7"},
+      {"SELECT ORDERS WITH MIXED = '50-2' '5.0-'", "007 9-7"},
+      {"SELECT ORDERS WITH MIXED = '5000'", "10"},
       {"SELECT ORDERS WITH EVERY TRIPLE > 5", "9-7"},
       {"SELECT ORDERS WITH LOW = 'ld'", "007 9-7"},
       {"SELECT ORDERS WITH LOOP = '####'", "007 10 9 9-7"},
@@ -203,6 +230,25 @@ TEST_F(QueryTest, FindsTheKeysOfASentence) {
       {"SSELECT ORDERS BY-DSND TOWN", "007 9-7 10 9"},
       {"SSELECT EVENTS BY-DSND DAY", "b a"},
       {"SELECT EVENTS WITH DAY < 05/18/1995", "a"},
+      // A key for each value, the IDs of several columns' values side by side.
+      {"SSELECT CUSTOMERS BY-EXP PHONES", "C10 C3 C1 C1 C4 C2 C3 C4"},
+      {"SSELECT CUSTOMERS BY-EXP-DSND PHONES WITH PHONES", "C4 C2 C3 C4 C1 C1 C3"},
+      {"SELECT ORDERS BY-EXP PRICE", "007 9 9 9-7 9-7 10"},
+      {"SELECT ORDERS BY-EXP QTY BY-EXP PRICE", "007 9 10 9-7 9-7 9"},
+      {"SORT ORDERS BY LOW BY-EXP-DSND QTY", "9 9 10 9-7 9-7 007"},
+      // Values of a column as keys, and the first few.
+      {"SELECT CUSTOMERS SAVING CITY", "Leeds York Leeds leeds Leeds Spa"},
+      {"SSELECT CUSTOMERS BY-DSND NAME SAVING UNIQUE OF CITY", "Leeds Leeds Spa leeds York"},
+      {"SELECT CUSTOMERS SAVING PHONES WITH CITY 'Leeds'", "555-1 555-2 777-1"},
+      {"SELECT CUSTOMERS SAVING UNIQUE CODE SAMPLE 2", "SM AN"},
+      {"SSELECT ORDERS BY-EXP-DSND PRICE SAVING PRICE SAMPLE 3", "5000 200 100"},
+      {"SSELECT CUSTOMERS SAVING UNIQUE @ID", "C1 C10 C2 C3 C4"},
+      {"SELECT CUSTOMERS 'C4' 'C2' 'GONE' SAVING CITY", "Leeds Spa Leeds"},
+      {"SELECT CUSTOMERS SAMPLE 2", "C1 C10"},
+      {"SELECT CUSTOMERS WITH CITY # 'Leeds' SAMPLE 2", "C10 C3"},
+      {"SORT CUSTOMERS BY-DSND NAME SAMPLE 3", "C1 C4 C3"},
+      {"SORT CUSTOMERS BY NAME SAMPLE 99999999999999999999999", "C10 C2 C3 C4 C1"},
+      {"COUNT CUSTOMERS 'C3' 'C1' SAMPLE 01", "C3"},
       // Words that could be several things.
       {"SELECT CUSTOMERS ITEMS WITH ANY CITY = 'York' FOR THE FILE", "C10"},
       {"SELECT CUSTOMERS WITH BALANCE ARE > 50", "C1 C4"},
@@ -272,7 +318,9 @@ TEST_F(QueryTest, RefusesByNameAndPosition) {
       {"FIND CUSTOMERS", "'FIND' at position 1 is no verb"},
       {"LIST", "'LIST' at position 1 needs a file behind it, but the sentence ends"},
       {"LIST DICT", "'DICT' at position 6 needs a file behind it"},
-      {"LIST 'C1'", "'LIST' at position 1 needs a file behind it, not 'C1' at position 6"},
+      {"LIST 'C1'",
+       "'LIST' at position 1 needs a file behind it, not 'C1' at position 6; the file of a report"},
+      {"COUNT ''", "'COUNT' at position 1 needs a file behind it, not '' at position 7"},
       {"LIST CUSTMERS", "unknown file 'CUSTMERS' at position 6; LISTF shows"},
       {"LIST DICT CUSTMERS", "unknown file 'DICT CUSTMERS' at position 11"},
       {"LIST CUSTOMERS 'C1", "the quote ' at position 16 has no partner"},
@@ -317,6 +365,19 @@ TEST_F(QueryTest, RefusesByNameAndPosition) {
        "holds a mark"},
       {"LIST CUSTOMERS WITH SINCE AFTER soon", "'soon' at position 33 is no date for SINCE"},
       {"LIST CUSTOMERS WITH BALANCE > much", "'much' at position 31 is no number for BALANCE"},
+      {"SELECT CUSTOMERS WITH BALANCE BETWEEN 1 AND 5",
+       "'1' at position 39 is the start of a range without an end; BETWEEN takes values in pairs, without "
+       "AND"},
+      {"SELECT CUSTOMERS WITH NAME BETWEEN A B C", "'C' at position 40 is the start of a range"},
+      {"SELECT CUSTOMERS WITH NAME LIKE", "operator 'LIKE' at position 28 has no value behind it"},
+      {"SELECT CUSTOMERS LIKE 'x'", "stray operator 'LIKE' at position 18"},
+      {"SELECT CUSTOMERS BY-EXP PHONY", "unknown word 'PHONY' in BY-EXP at position 25"},
+      {"SELECT CUSTOMERS SAVING UNIQUE", "unknown word 'UNIQUE' in SAVING at position 25"},
+      {"SELECT CUSTOMERS SAVING CITY SAVING NAME", "'SAVING' at position 30 stands behind SAVING CITY"},
+      {"LIST CUSTOMERS SAVING CITY", "'SAVING' at position 16 belongs to SELECT"},
+      {"LIST CUSTOMERS SAMPLE 0", "'SAMPLE' at position 16 needs a whole number above 0 behind it, not '0'"},
+      {"LIST CUSTOMERS SAMPLE", "'SAMPLE' at position 16 needs a whole number above 0 behind it"},
+      {"LIST CUSTOMERS SAMPLE '1'", "needs a whole number above 0 behind it, not '1' at position 23"},
       {"SELECT CUSTOMERS NAME",
        "'NAME' at position 18 belongs to no WITH or BY, and SELECT shows no columns"},
       {"COUNT CUSTOMERS TOTAL BALANCE", "'BALANCE' at position 23 belongs to no WITH or BY"},
@@ -371,9 +432,19 @@ TEST_F(QueryTest, ReadsNoMoreThanItNeeds) {
   EXPECT_TRUE(Run("SELECT CUSTOMERS WITH CODE = 'SM'"));
   EXPECT_FALSE(store_.lastScan.wholeItem) << "a correlative on the value alone needs the value alone";
   EXPECT_TRUE(Run("SELECT ORDERS WITH VALUE > 1"));
-  EXPECT_TRUE(store_.lastScan.wholeItem);
+  EXPECT_EQ(store_.lastScan.attributes, (std::vector<std::int32_t>{1, 2})) << "those that it computes with";
+  EXPECT_FALSE(store_.lastScan.wholeItem);
+  for (const KeyCase& test : {KeyCase{"SIZE", "007 10 9 9-7"}, {"LENGTH", "9-7"}, {"FAR", "007 10 9 9-7"}}) {
+    EXPECT_TRUE(Run(std::string("SELECT ORDERS WITH ") + test.sentence + " = 5")) << error_;
+    EXPECT_TRUE(store_.lastScan.wholeItem) << test.sentence;
+    EXPECT_EQ(KeysOf(grid_), test.keys) << test.sentence;
+  }
   EXPECT_TRUE(Run("SSELECT CUSTOMERS"));
   EXPECT_TRUE(store_.lastScan.attributes.empty() && !store_.lastScan.wholeItem);
+
+  store_.failAfterRows = 3;
+  EXPECT_TRUE(Run("SELECT CUSTOMERS SAMPLE 3")) << "a sample that is complete reads on";
+  store_.failAfterRows = 0;
 
   store_.scans = 0;
   store_.itemsRead = 0;

@@ -1,4 +1,4 @@
-// The demo account in homes of its own: made whole, made once, made again after a kill, and left to its
+// The demo accounts in homes of their own: made whole, made once, made again after a kill, and left to its
 // users.
 #include "samples/Demo.h"
 
@@ -49,17 +49,17 @@ class Demo : public testing::Test {
     std::filesystem::remove_all(folder_);
   }
 
-  // Makes the demo account and gives back what it told.
+  // Makes the demo accounts and gives back what it told.
   std::string Make() const {
     Home home(folder_);
     std::ostringstream progress;
-    MakeDemoAccount(home, progress);
+    MakeDemoAccounts(home, progress);
     return progress.str();
   }
 
-  std::unique_ptr<Store> Open() const {
+  std::unique_ptr<Store> Open(std::string_view name = kDemoAccount) const {
     const Home home(folder_);
-    const std::optional<Account> account = home.FindAccount(kDemoAccount);
+    const std::optional<Account> account = home.FindAccount(name);
     EXPECT_TRUE(account);
     return engine::OpenStore(home, *account);
   }
@@ -80,6 +80,19 @@ class Demo : public testing::Test {
 
   std::filesystem::path folder_;
 };
+
+constexpr std::string_view kBothAccounts[] = {kDemoAccount, kNativeDemoAccount};
+
+// How often the making told of a file of an account.
+int LinesOf(const std::string& told, std::string_view account, const SampleFile& file) {
+  std::istringstream lines(told);
+  int count = 0;
+  for (std::string line, name, made; std::getline(lines, line);) {
+    std::istringstream(line) >> name >> made;
+    count += name == account && made == file.name ? 1 : 0;
+  }
+  return count;
+}
 
 TableHandle OpenFile(Store& store, std::string_view name) {
   TableHandle table = 0;
@@ -133,16 +146,22 @@ void Change(Store& store, std::string_view file, std::string_view id, std::strin
   store.Commit();
 }
 
-TEST_F(Demo, HoldsAllFilesInBothLayouts) {
+TEST_F(Demo, HoldsAllFilesInEveryLayout) {
   const std::string told = Make();
-  for (const SampleFile& file : SampleFiles()) EXPECT_NE(told.find(file.name), std::string::npos) << told;
+  for (const std::string_view account : kBothAccounts) {
+    for (const SampleFile& file : SampleFiles()) EXPECT_EQ(LinesOf(told, account, file), 1) << told;
+    ExpectComplete(*Open(account));
+  }
   const std::unique_ptr<Store> store = Open();
-  ExpectComplete(*store);
   EXPECT_EQ(store->TableNames(/*withDictionaries=*/false).size(), SampleFiles().size());
   EXPECT_EQ(store->Describe(OpenFile(*store, "ORDERS")).layout, engine::Layout::kColumns);
   EXPECT_EQ(store->Describe(OpenFile(*store, "LANGUAGES")).layout, engine::Layout::kItem);
   const Home home(folder_);
   EXPECT_EQ(home.FindAccount(kDemoAccount)->datastore, "JET");
+  EXPECT_EQ(home.FindAccount(kNativeDemoAccount)->datastore, "MVDEMO");
+  const std::unique_ptr<Store> native = Open(kNativeDemoAccount);
+  EXPECT_EQ(native->Describe(OpenFile(*native, "orders")).name, "ORDERS");
+  EXPECT_EQ(native->Describe(OpenFile(*native, "orders_dict")).name, "DICT ORDERS");
 }
 
 TEST_F(Demo, LeavesToItsUsersWhatTheyMadeOfIt) {
@@ -212,7 +231,7 @@ TEST_F(Demo, IsMadeWholeAfterAKillAtAnyMoment) {
     Home::Make(folder_);
     if (!MakeAndKill(whole * eighths / 8)) ++killed;
     Make();
-    ExpectComplete(*Open());
+    for (const std::string_view account : kBothAccounts) ExpectComplete(*Open(account));
   }
   EXPECT_GT(killed, 0) << "every run had ended before its kill";
 }
@@ -222,12 +241,13 @@ TEST_F(Demo, CanBeMadeByTwoProgramsAtOnce) {
   std::thread other([&] { told[1] = Make(); });
   told[0] = Make();
   other.join();
-  ExpectComplete(*Open());
-  for (const SampleFile& file : SampleFiles()) {
-    const auto toldBy = [&](const std::string& text) {
-      return text.find(std::string(file.name) + " ") != std::string::npos ? 1 : 0;
-    };
-    EXPECT_EQ(toldBy(told[0]) + toldBy(told[1]), 1) << file.name << "\n" << told[0] << "--\n" << told[1];
+  for (const std::string_view account : kBothAccounts) {
+    ExpectComplete(*Open(account));
+    for (const SampleFile& file : SampleFiles()) {
+      EXPECT_EQ(LinesOf(told[0], account, file) + LinesOf(told[1], account, file), 1) << file.name << "\n"
+                                                                                      << told[0] << "--\n"
+                                                                                      << told[1];
+    }
   }
 }
 

@@ -11,8 +11,9 @@
 #include <thread>
 
 #include "StoreKinds.h"
+#include "engine/stores/NativeStore.h"
 #include "engine/stores/OpenStore.h"
-#include "tests/base/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace nvadmin::engine {
 namespace {
@@ -596,11 +597,8 @@ TEST_F(SqliteStoreTest, OpenStoreKnowsItsKinds) {
   Account account{"ACME", "ORACLE", ""};
   EXPECT_NE(OpenStore(home, account), nullptr);
   EXPECT_TRUE(std::filesystem::exists(home.DatabaseFile(account)));
-  account.datastore = "MVBASE";
-  EXPECT_EQ(FailureOf([&] { OpenStore(home, account); }),
-            "account ACME: the datastore word MVBASE needs a native multivalue store, which isn't supported "
-            "here; add the "
-            "account with JET, MSSQL, MYSQL or ORACLE");
+  account = {"NATIVE", "MVBASE", ""};
+  EXPECT_NE(dynamic_cast<NativeStore*>(OpenStore(home, account).get()), nullptr);
   account = {"ACME", "MYSQL", "mariadb://host/db"};
   EXPECT_EQ(FailureOf([&] { OpenStore(home, account); }),
             "account ACME: a store at an address (mariadb://host/db) isn't supported here; add the account "

@@ -2,18 +2,22 @@
 
 #include <gtest/gtest.h>
 
-#include "engine/stores/SqliteStore.h"
-#include "tests/base/TemporaryFolder.h"
+#include "engine/Home.h"
+#include "engine/stores/OpenStore.h"
+#include "engine/stores/TableNames.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace nvadmin::engine {
 
 namespace {
 
-class SqliteAccount final : public TestAccount {
+class EmbeddedAccount final : public TestAccount {
  public:
-  explicit SqliteAccount(std::string datastore) : datastore_(std::move(datastore)) {}
+  explicit EmbeddedAccount(std::string datastore) : datastore_(std::move(datastore)) {
+    Home::Make(folder_ / "home");
+  }
   std::unique_ptr<Store> Open() const override {
-    return std::make_unique<SqliteStore>(folder_ / "TEST.sqlite", "TEST", datastore_);
+    return OpenStore(Home(folder_ / "home"), {"TEST", datastore_, ""});
   }
 
  private:
@@ -23,13 +27,25 @@ class SqliteAccount final : public TestAccount {
 
 }  // namespace
 
+std::string StoreKind::Spelling(std::string_view file) const {
+  return isNative ? std::string(file) : MapTableName(file);
+}
+
 const std::vector<StoreKind>& StoreKinds() {
   static const std::vector<StoreKind> kinds = {
-      {"SqliteJet", [] { return std::unique_ptr<TestAccount>(new SqliteAccount("JET")); }},
-      {"SqliteMssql", [] { return std::unique_ptr<TestAccount>(new SqliteAccount("MSSQL")); }},
-      {"SqliteMysql", [] { return std::unique_ptr<TestAccount>(new SqliteAccount("MYSQL")); }},
-      {"SqliteOracle", [] { return std::unique_ptr<TestAccount>(new SqliteAccount("ORACLE")); }},
+      {"SqliteJet", [] { return std::unique_ptr<TestAccount>(new EmbeddedAccount("JET")); }},
+      {"SqliteMssql", [] { return std::unique_ptr<TestAccount>(new EmbeddedAccount("MSSQL")); }},
+      {"SqliteMysql", [] { return std::unique_ptr<TestAccount>(new EmbeddedAccount("MYSQL")); }},
+      {"SqliteOracle", [] { return std::unique_ptr<TestAccount>(new EmbeddedAccount("ORACLE")); }},
+      {"Native", [] { return std::unique_ptr<TestAccount>(new EmbeddedAccount("MVTEST")); },
+       /*isNative=*/true},
   };
+  return kinds;
+}
+
+std::vector<StoreKind> RelationalKinds() {
+  std::vector<StoreKind> kinds = StoreKinds();
+  std::erase_if(kinds, [](const StoreKind& kind) { return kind.isNative; });
   return kinds;
 }
 

@@ -20,11 +20,16 @@ class TestAccount {
 struct StoreKind {
   std::string name;
   std::unique_ptr<TestAccount> (*make)();
+  bool isNative = false;  // files keep the names that they were given, and items lie whole
+
+  // How the store spells a file that was made under that name.
+  std::string Spelling(std::string_view file) const;
 };
 
 inline std::ostream& operator<<(std::ostream& out, const StoreKind& kind) { return out << kind.name; }
 
 const std::vector<StoreKind>& StoreKinds();
+std::vector<StoreKind> RelationalKinds();
 
 // Opens a table that must be there.
 TableHandle MustOpen(Store& store, std::string_view name);

@@ -1,0 +1,23 @@
+// Choices of a seeded generator.
+#pragma once
+
+#include <cstddef>
+#include <random>
+
+namespace nvadmin::engine {
+
+class Random {
+ public:
+  explicit Random(unsigned seed) : engine_(seed) {}
+  std::size_t Below(std::size_t limit) { return engine_() % limit; }
+  bool Chance(std::size_t percent) { return Below(100) < percent; }
+  template <typename Element, std::size_t count>
+  const Element& Of(const Element (&elements)[count]) {
+    return elements[Below(count)];
+  }
+
+ private:
+  std::mt19937 engine_;
+};
+
+}  // namespace nvadmin::engine
