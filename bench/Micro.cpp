@@ -101,8 +101,7 @@ BENCHMARK(ConvertDecimal);
 
 void ConvertDecimalByPrintf(benchmark::State& state) {
   for (auto _ : state) {
-    double number = 12345.67;
-    benchmark::DoNotOptimize(number);
+    volatile double number = 12345.67;
     char text[40];
     std::snprintf(text, sizeof text, "%.2f", number);
     benchmark::DoNotOptimize(std::string(text));

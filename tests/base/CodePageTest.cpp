@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <random>
-#include <set>
 #include <string>
 
 namespace nvadmin::engine {
@@ -23,47 +22,43 @@ std::string Utf8Of(unsigned char byte) {
   return {static_cast<char>(byte < 0xC0 ? 0xC2 : 0xC3), static_cast<char>(0x80 | (byte & 0x3F))};
 }
 
+// The text that is read may be the one that is replaced.
 TEST(CodePage, EveryByteSurvivesARoundTrip) {
-  std::set<std::string> forms;
   for (unsigned number = 0; number < 256; ++number) {
     const std::string byte(1, static_cast<char>(number));
-    EXPECT_EQ(ToUtf8(byte), Utf8Of(static_cast<unsigned char>(number))) << number;
-    EXPECT_TRUE(forms.insert(ToUtf8(byte)).second) << number;
-    std::string back = "before";
-    std::string refused;
-    ASSERT_TRUE(FromUtf8(ToUtf8(byte), back, refused)) << refused;
-    EXPECT_EQ(back, byte) << number;
+    std::string text = ToUtf8(byte);
+    EXPECT_EQ(text, Utf8Of(static_cast<unsigned char>(number))) << number;
+    std::string refused = "kept";
+    EXPECT_TRUE(FromUtf8(text, text, refused)) << refused;
+    EXPECT_EQ(text, byte) << number;
+    EXPECT_EQ(refused, "kept");
   }
   EXPECT_EQ(CodePointOf(0x80), char32_t{0x20AC});
-  EXPECT_EQ(CodePointOf(0x9D), char32_t{0x9D});
-  EXPECT_EQ(CodePointOf(0xFE), char32_t{0xFE});
 }
 
 // Lengths and places around the eight-byte steps.
 TEST(CodePage, MixedTextIsTheSumOfItsBytes) {
-  const unsigned seed = 20240607;
-  std::mt19937 random(seed);
+  std::mt19937 random(20240607);
   for (int round = 0; round < 4000; ++round) {
     const std::size_t length = random() % 41;
     const std::size_t asciiOutOf8 = random() % 9;
     std::string bytes;
-    std::string want = "kept ";
+    std::string want;
     for (std::size_t at = 0; at < length; ++at) {
-      const auto byte =
-          static_cast<unsigned char>(random() % 8 < asciiOutOf8 ? random() % 128 : 128 + random() % 128);
+      const auto byte = static_cast<unsigned char>(random() % 128 + (random() % 8 < asciiOutOf8 ? 0 : 128));
       bytes += static_cast<char>(byte);
       want += Utf8Of(byte);
     }
     std::string out = "kept ";
     AppendUtf8(out, bytes);
-    ASSERT_EQ(out, want) << "seed " << seed << ", round " << round;
+    ASSERT_EQ(out, "kept " + want) << round;
     std::string back = "kept ";
-    AppendFromStoredUtf8(back, std::string_view(out).substr(5));
-    ASSERT_EQ(back, "kept " + bytes) << "seed " << seed << ", round " << round;
+    AppendFromStoredUtf8(back, want);
+    ASSERT_EQ(back, "kept " + bytes) << round;
     std::string strict;
     std::string refused;
-    ASSERT_TRUE(FromUtf8(std::string_view(out).substr(5), strict, refused)) << refused;
-    ASSERT_EQ(strict, bytes) << "seed " << seed << ", round " << round;
+    ASSERT_TRUE(FromUtf8(want, strict, refused)) << refused;
+    ASSERT_EQ(strict, bytes) << round;
   }
 }
 
@@ -76,23 +71,16 @@ TEST(CodePage, RefusesWhatHasNoByteAndWhatIsBroken) {
   } kCases[] = {
       {"no byte, after ASCII of one step", "12345678ł", "U+0142 'ł' at character 9", "12345678?"},
       {"characters are counted, not bytes", "é€ł", "U+0142 'ł' at character 3", "\xE9\x80?"},
-      {"three bytes beyond the table", "語x", "U+8A9E '語' at character 1", "?x"},
       {"four bytes", "a😀", "U+1F600 '😀' at character 2", "a?"},
       {"C1 of an assigned byte isn't shown", "\xC2\x80", "U+0080 at character 1", "?"},
-      {"decomposed", "e\xCC\x81", "U+0301 '\xCC\x81' at character 2", "e?"},
       {"overlong slash", "ab\xC0\xAF", "the broken UTF-8 at byte 3", "ab??"},
-      {"overlong in three", "\xE0\x82\x80", "the broken UTF-8 at byte 1", "???"},
       {"overlong in four", "\xF0\x82\x82\xAC", "the broken UTF-8 at byte 1", "????"},
       {"surrogate", "\xED\xA0\x80", "the broken UTF-8 at byte 1", "???"},
       {"beyond the last code point", "\xF4\x90\x80\x80", "the broken UTF-8 at byte 1", "????"},
       {"lone continuation", "abcdefg\x80", "the broken UTF-8 at byte 8", "abcdefg?"},
       {"cut at the end", "a\xE2\x82", "the broken UTF-8 at byte 2", "a??"},
-      {"cut by another",
-       "\xE2\x82"
-       "A",
-       "the broken UTF-8 at byte 1", "??A"},
+      {"cut by another", "\xE2\x82Z", "the broken UTF-8 at byte 1", "??Z"},
       {"bytes that never occur", "\xFE\xFF", "the broken UTF-8 at byte 1", "??"},
-      {"five-byte form", "\xF8\x88\x80\x80\x80", "the broken UTF-8 at byte 1", "?????"},
   };
   for (const auto& row : kCases) {
     std::string bytes = "unchanged";
@@ -102,14 +90,6 @@ TEST(CodePage, RefusesWhatHasNoByteAndWhatIsBroken) {
     EXPECT_EQ(bytes, "unchanged") << row.name;
     EXPECT_EQ(ForeignText(row.utf8), row.stored) << row.name;
   }
-}
-
-TEST(CodePage, ReplacesTheTextThatItReads) {
-  std::string text = "caf\xC3\xA9 \xE2\x82\xAC";
-  std::string refused = "kept";
-  ASSERT_TRUE(FromUtf8(text, text, refused));
-  EXPECT_EQ(text, "caf\xE9 \x80");
-  EXPECT_EQ(refused, "kept");
 }
 
 }  // namespace

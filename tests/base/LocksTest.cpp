@@ -13,7 +13,7 @@
 #include <thread>
 
 #include "engine/stores/Sqlite.h"
-#include "tests/base/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace nvadmin::engine {
 namespace {
@@ -35,31 +35,6 @@ bool Check(Locks& locks, std::string_view table, std::string_view id) {
   return free;
 }
 
-TEST(Locks, OneHolderAtATime) {
-  const TemporaryFolder folder;
-  Locks anna(folder / "locks.sqlite", "anna at pts/3");
-  Locks bert(folder / "locks.sqlite", "bert at pts/4");
-  ASSERT_TRUE(Take(anna, "STOCK", "1"));
-  EXPECT_TRUE(Take(anna, "STOCK", "1")) << "again by its holder";
-  EXPECT_TRUE(anna.Holds("ACC", "STOCK", "1"));
-  EXPECT_TRUE(Check(anna, "STOCK", "1"));
-
-  std::string refusal;
-  EXPECT_FALSE(bert.Take("ACC", "STOCK", "1", refusal));
-  EXPECT_EQ(refusal, "[920] item '1' of STOCK is locked by anna at pts/3");
-  refusal.clear();
-  EXPECT_FALSE(bert.Check("ACC", "STOCK", "1", refusal));
-  EXPECT_EQ(refusal, "[920] item '1' of STOCK is locked by anna at pts/3");
-  EXPECT_FALSE(bert.Holds("ACC", "STOCK", "1"));
-
-  bert.Release("ACC", "STOCK", "1");
-  EXPECT_FALSE(Check(bert, "STOCK", "1")) << "another can't release it";
-  anna.Release("ACC", "STOCK", "1");
-  EXPECT_FALSE(anna.Holds("ACC", "STOCK", "1"));
-  EXPECT_TRUE(Take(bert, "STOCK", "1"));
-  EXPECT_FALSE(Check(anna, "STOCK", "1"));
-}
-
 // Account, table and ID together are the lock, each byte for byte.
 TEST(Locks, WhatLooksAlikeIsNotTheSame) {
   const TemporaryFolder folder;
@@ -67,47 +42,15 @@ TEST(Locks, WhatLooksAlikeIsNotTheSame) {
   Locks other(folder / "locks.sqlite", "other");
   const std::string nul("a\0b", 3);
   const std::array<std::string, 3> items[] = {
-      {"A", "T", "1"},        {"A", "T", "01"},
-      {"A", "t", "1"},        {"B", "T", "1"},
-      {"A", "T", ""},         {"A", "T", "a"},
-      {"A", "T", nul},        {"AT", "", "1"},
-      {"", "AT", "1"},        {"A", "T", "1 "},
-      {"A", "T", "\xFE"},     {"A", "T", "\xE9"},
-      {"A", "T", "\xC3\xA9"}, {"A", "T", std::string(10'000, 'x')},
+      {"A", "T", "1"}, {"A", "T", "01"}, {"A", "t", "1"}, {"B", "T", "1"}, {"A", "T", ""},
+      {"A", "T", nul}, {"A", "T", "a"},  {"AT", "", "1"}, {"", "AT", "1"}, {"A", "T", "\xFE"},
   };
   std::string refusal;
-  for (const auto& item : items) ASSERT_TRUE(other.Check(item[0], item[1], item[2], refusal)) << refusal;
   for (const auto& item : items) {
     ASSERT_TRUE(other.Check(item[0], item[1], item[2], refusal)) << refusal;
     ASSERT_TRUE(one.Take(item[0], item[1], item[2], refusal)) << refusal;
     ASSERT_FALSE(other.Check(item[0], item[1], item[2], refusal)) << item[2];
   }
-}
-
-TEST(Locks, ReleaseByItemByTableAndByTheSessionsEnd) {
-  const TemporaryFolder folder;
-  std::optional<Locks> holder(std::in_place, folder / "locks.sqlite", "holder");
-  Locks other(folder / "locks.sqlite", "other");
-  for (const char* table : {"A", "B", "B2", "C"}) {
-    for (const char* id : {"", "1", "2"}) ASSERT_TRUE(Take(*holder, table, id));
-  }
-  ASSERT_TRUE(Take(other, "B", "3"));
-
-  holder->ReleaseTable("ACC", "B");
-  for (const char* id : {"", "1", "2"}) {
-    EXPECT_FALSE(holder->Holds("ACC", "B", id));
-    EXPECT_TRUE(Check(other, "B", id));
-    EXPECT_FALSE(Check(other, "A", id));
-    EXPECT_FALSE(Check(other, "B2", id));
-  }
-  EXPECT_FALSE(Check(*holder, "B", "3")) << "another's lock of the same table stays";
-
-  holder->ReleaseAll();
-  EXPECT_TRUE(Check(other, "A", "1") && Check(other, "C", "2"));
-  EXPECT_TRUE(Take(*holder, "D", "1"));
-  EXPECT_FALSE(Check(other, "D", "1"));
-  holder.reset();
-  EXPECT_TRUE(Take(other, "D", "1"));
 }
 
 // Check looks at nothing but the file's version while all is quiet; it mustn't sleep through what comes then.
@@ -130,28 +73,22 @@ TEST(Locks, AQuietCheckWakesUp) {
 TEST(Locks, ThreadsNeverHoldTheSameItemTogether) {
   const TemporaryFolder folder;
   std::atomic<bool> inside = false;
-  std::atomic<int> turns = 0;
-  {
-    std::vector<std::jthread> threads;
-    for (int n = 0; n < 4; ++n) {
-      threads.emplace_back([&, n] {
-        Locks locks(folder / "locks.sqlite", "thread " + std::to_string(n));
-        for (int own = 0; own < 25;) {
-          std::string refusal;
-          if (!locks.Take("ACC", "T", "counter", refusal)) {
-            std::this_thread::yield();
-            continue;
-          }
-          EXPECT_FALSE(inside.exchange(true));
-          EXPECT_TRUE(inside.exchange(false));
-          ++turns;
-          ++own;
-          locks.Release("ACC", "T", "counter");
+  std::vector<std::jthread> threads;
+  for (int n = 0; n < 4; ++n) {
+    threads.emplace_back([&, n] {
+      Locks locks(folder / "locks.sqlite", "thread " + std::to_string(n));
+      for (int own = 0; own < 25;) {
+        if (!Take(locks, "T", "counter")) {
+          std::this_thread::yield();
+          continue;
         }
-      });
-    }
+        EXPECT_FALSE(inside.exchange(true));
+        EXPECT_TRUE(inside.exchange(false));
+        ++own;
+        locks.Release("ACC", "T", "counter");
+      }
+    });
   }
-  EXPECT_EQ(turns, 100);
 }
 
 // Random operations of several sessions, which also come and go, against a map from item to session.
@@ -160,6 +97,8 @@ TEST(Locks, RandomOperationsAgreeWithAMap) {
   std::mt19937 random(seed);
   const TemporaryFolder folder;
   constexpr std::size_t kSessions = 3;
+  constexpr const char* kTables[] = {"B", "B2", "b"};
+  constexpr const char* kIds[] = {"", "1", "2", "12"};
   std::array<std::unique_ptr<Locks>, kSessions> sessions;
   std::map<std::pair<std::string, std::string>, std::size_t> holders;
   const auto drop = [&holders](std::size_t session, const std::string* table) {
@@ -172,8 +111,8 @@ TEST(Locks, RandomOperationsAgreeWithAMap) {
     const std::size_t mine = random() % kSessions;
     std::unique_ptr<Locks>& session = sessions[mine];
     if (session == nullptr) session = std::make_unique<Locks>(folder / "locks.sqlite", std::to_string(mine));
-    const std::string table(1, static_cast<char>('A' + random() % 3));
-    const std::string id = std::to_string(random() % 4);
+    const std::string table = kTables[random() % 3];
+    const std::string id = kIds[random() % 4];
     const auto holder = holders.find({table, id});
     const bool free = holder == holders.end() || holder->second == mine;
     const auto operation = random() % 20;
@@ -205,18 +144,16 @@ class OtherProgram {
  public:
   explicit OtherProgram(const fs::path& file) {
     int ready[2];
-    if (pipe(ready) != 0) return;
+    EXPECT_EQ(pipe(ready), 0);
     pid_ = fork();
     if (pid_ == 0) {
       Locks locks(file, "other program");
-      std::string refusal;
-      const bool taken = locks.Take("ACC", "T", "1", refusal) && locks.Take("ACC", "T", "2", refusal);
-      if (write(ready[1], taken ? "y" : "n", 1) != 1) _exit(1);
+      if (!Take(locks, "T", "1") || !Take(locks, "T", "2") || write(ready[1], "y", 1) != 1) _exit(1);
       for (;;) pause();
     }
     close(ready[1]);
     char answer = 'n';
-    holds_ = read(ready[0], &answer, 1) == 1 && answer == 'y';
+    EXPECT_EQ(read(ready[0], &answer, 1), 1) << "the other program has no locks";
     close(ready[0]);
   }
   ~OtherProgram() {
@@ -226,7 +163,6 @@ class OtherProgram {
   OtherProgram(const OtherProgram&) = delete;
   OtherProgram& operator=(const OtherProgram&) = delete;
 
-  bool Holds() const { return holds_; }
   void Send(int number) const { kill(pid_, number); }
   // Waits until it is dead, but leaves the corpse.
   void Kill() const {
@@ -237,63 +173,48 @@ class OtherProgram {
 
  private:
   pid_t pid_ = -1;
-  bool holds_ = false;
 };
 
 TEST(Locks, AKilledProgramLosesItsLocksAtOnce) {
   const TemporaryFolder folder;
   const OtherProgram other(folder / "locks.sqlite");
-  ASSERT_TRUE(other.Holds());
   Locks mine(folder / "locks.sqlite", "mine");
   std::string refusal;
   EXPECT_FALSE(mine.Take("ACC", "T", "1", refusal));
   EXPECT_EQ(refusal, "[920] item '1' of T is locked by other program");
-  EXPECT_FALSE(Check(mine, "T", "2"));
+  EXPECT_FALSE(mine.Check("ACC", "T", "2", refusal));
+  EXPECT_EQ(refusal, "[920] item '2' of T is locked by other program");
   other.Kill();
   EXPECT_TRUE(Check(mine, "T", "2"));
   EXPECT_TRUE(Take(mine, "T", "1"));
 }
 
-TEST(Locks, WhatACrashLeftIsGoneWhenNobodyElseIsThere) {
-  const TemporaryFolder folder;
-  const OtherProgram other(folder / "locks.sqlite");
-  ASSERT_TRUE(other.Holds());
-  other.Kill();
-  Locks mine(folder / "locks.sqlite", "mine");
-  EXPECT_TRUE(Take(mine, "T", "1"));
-  Database file(folder / "locks.sqlite", OpenMode::kExisting, 1000ms);
-  Statement count(file, "SELECT (SELECT count(*) FROM locks), (SELECT count(*) FROM sessions)");
-  ASSERT_TRUE(count.Step());
-  EXPECT_EQ(count.Integer(0), 1);
-  EXPECT_EQ(count.Integer(1), 1);
+void Change(const fs::path& file, const char* sql) {
+  Database(file, OpenMode::kExisting, 1000ms).Execute(sql);
 }
 
 // Makes all sessions look as if their programs ran on another machine and had been silent for so long.
-void MoveSessionsAway(const fs::path& file, std::chrono::milliseconds silence) {
-  Database database(file, OpenMode::kExisting, 1000ms);
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  Statement(database, "UPDATE sessions SET machine = 'elsewhere', heartbeat = ?1")
-      .BindInteger(1, std::chrono::duration_cast<std::chrono::milliseconds>(now - silence).count())
-      .Run();
+void MoveSessionsAway(const fs::path& file, std::chrono::seconds silence) {
+  const std::string milliseconds = std::to_string(std::chrono::milliseconds(silence).count());
+  Change(file, ("UPDATE sessions SET machine = 'elsewhere', heartbeat = unixepoch() * 1000 - " + milliseconds)
+                   .c_str());
 }
 
 TEST(Locks, AStoppedProgramOfThisMachineKeepsItsLocks) {
   const TemporaryFolder folder;
   const OtherProgram other(folder / "locks.sqlite");
-  ASSERT_TRUE(other.Holds());
   other.Send(SIGSTOP);
-  Database(folder / "locks.sqlite", OpenMode::kExisting, 1000ms).Execute("UPDATE sessions SET heartbeat = 0");
+  Change(folder / "locks.sqlite", "UPDATE sessions SET heartbeat = 0");
   Locks mine(folder / "locks.sqlite", "mine");
   EXPECT_FALSE(Take(mine, "T", "1"));
   // A pid that now belongs to another run of a program doesn't count.
-  Database(folder / "locks.sqlite", OpenMode::kExisting, 1000ms)
-      .Execute("UPDATE sessions SET started = started - 1");
+  Change(folder / "locks.sqlite", "UPDATE sessions SET started = started - 1");
   EXPECT_TRUE(Take(mine, "T", "1"));
 }
 
 TEST(Locks, ElsewhereTheHeartbeatCounts) {
   const struct {
-    std::chrono::milliseconds silence;
+    std::chrono::seconds silence;
     bool alive;
   } kCases[] = {{0s, true}, {13s, true}, {17s, false}, {24h, false}, {-13s, true}, {-1h, false}};
   for (const auto& row : kCases) {
@@ -343,24 +264,21 @@ TEST(Locks, TheHeartbeatBeats) {
     return read.Step() ? read.Integer(0) : 0;
   };
   const std::int64_t first = heartbeat();
-  const auto end = std::chrono::steady_clock::now() + 10s;
-  while (heartbeat() == first && std::chrono::steady_clock::now() < end) std::this_thread::sleep_for(50ms);
+  for (int tries = 0; tries < 200 && heartbeat() == first; ++tries) std::this_thread::sleep_for(50ms);
   EXPECT_GE(heartbeat(), first + 1900);
-  EXPECT_LE(heartbeat(), first + 12'000);
 }
 
 TEST(Locks, ADamagedFileIsMadeAnewUnlessOthersUseIt) {
   const TemporaryFolder folder;
   const fs::path file = folder / "locks.sqlite";
-  std::ofstream(file) << std::string(10'000, '#');
+  folder.Put(file, std::string(10'000, '#'));
   std::optional<Locks> user(std::in_place, file, "user");
   ASSERT_TRUE(Take(*user, "T", "1"));
 
-  Database(file, OpenMode::kExisting, 1000ms).Execute("PRAGMA wal_checkpoint(TRUNCATE)");
+  Change(file, "PRAGMA wal_checkpoint(TRUNCATE)");
   std::fstream(file, std::ios::binary | std::ios::in | std::ios::out) << std::string(100, '#');
   const std::string failure = FailureOf([&] { Locks(file, "late"); });
-  EXPECT_EQ(failure.find(file.string() + " is damaged"), 0U) << failure;
-  EXPECT_NE(failure.find("end all programs that use it"), std::string::npos) << failure;
+  EXPECT_TRUE(failure.starts_with(file.string() + " is damaged")) << failure;
 
   user.reset();
   Locks next(file, "next");
@@ -368,12 +286,8 @@ TEST(Locks, ADamagedFileIsMadeAnewUnlessOthersUseIt) {
 }
 
 TEST(Locks, AFolderThatIsMissingIsNamed) {
-  const TemporaryFolder folder;
-  const std::string failure = FailureOf([&] { Locks(folder / "none/locks.sqlite", "x"); });
-  EXPECT_EQ(failure,
-            (folder / "none/locks.sqlite-gate").string() +
-                " can't be opened and locked (No such file or directory); give this user write permission "
-                "for the file and its folder");
+  const std::string failure = FailureOf([] { Locks("/nonexistent/locks.sqlite", "x"); });
+  EXPECT_TRUE(failure.starts_with("/nonexistent/locks.sqlite-gate can't be opened")) << failure;
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ expect_run "a folder of something else" 4 "$program" --home "$work/other" tcl -c
 expect_refusal "a folder of something else" "$work/other"
 expect_equal "a folder of something else is left alone" "$(ls -A "$work/other")" "readme"
 expect_run "a place where nobody can make a home" 4 ordinary "$program" --home /nonexistent/home demo -c WHO
-expect_match "a place where nobody can make a home" "$err" "/nonexistent"
+expect_refusal "a place where nobody can make a home" "/nonexistent[^ ]* can't be made \(Permission denied\); choose another"
 
 nvadmin account add SHOP --datastore MYSQL
 nvadmin tcl -c 'CREATE-FILE STOCK' -c 'PUT STOCK K1 1 Tea' >/dev/null </dev/null
@@ -32,7 +32,7 @@ nvadmin tcl -c 'CREATE-FILE STOCK' -c 'PUT STOCK K1 1 Tea' >/dev/null </dev/null
 # Not ours to write: the whole home, then the account's database alone.
 chmod -R a-w,a+rX "$home"
 expect_run "read-only" 4 ordinary "$program" --home "$home" tcl -c 'CT STOCK K1'
-expect_refusal "read-only" "$home"
+expect_refusal "read-only" "$home can't be used \(Permission denied\); give this user all rights for the folder"
 chmod -R u+w "$home"
 ordinary_home=$work/theirs
 cp -r "$home" "$ordinary_home"

@@ -43,9 +43,7 @@ typed 'PUT NOTES A 1 złoty'
 see "a character without a byte" ":PUT NOTES A 1 złoty${nl}U\+0142 'ł' at character 16[^${nl}]*${nl}(.*${nl})?:$"
 typed 'CT NOTES A'
 see "the refused line did nothing" ":CT NOTES A${nl}[^${nl}]*not in[^${nl}]*${nl}:$"
-keys -l 'nothing of this'
-see "a line being typed" ':nothing of this$'
-keys C-c
+keys -l 'nothing of this' && keys C-c
 see "Ctrl-C drops the line" ":nothing of this\^C${nl}:$"
 
 # A report of several pages: fresh screens, one prompt after it, and the answers aren't sentences.
@@ -59,10 +57,6 @@ see "quitting clears the screen and leaves one prompt" '^:$'
 keys Up
 see "answers are not in the history" '^:SORT COUNTRIES NAME$'
 keys C-c
-typed 'SORT CURRENCIES "EUR" "USD" NAME'
-see "the end of a report" 'EUR.*Euro.*USD.*US Dollar.*END of Query, 2 Items Displayed'
-typed ''
-see "one prompt after the end" '^:$'
 
 # Ctrl-C at a page and during a long report.
 typed 'SORT COUNTRIES NAME'
@@ -92,9 +86,6 @@ see "stopped" 'shell>$'
 typed 'fg'
 keys -l 'OUNT' && keys Enter
 see "resumed with the line being typed" "DEMO${nl}:$"
-"${terminal[@]}" resize-window -x 60
-typed 'ACCOUNT'
-see "resized" ":ACCOUNT${nl}DEMO${nl}:$"
 keys C-d
 see "Ctrl-D ends the session" "${nl}shell>$"
 typed 'stty -a | grep -o " -\?icanon"; echo code $?'
@@ -107,24 +98,24 @@ keys Up
 see "the history of the session before" ":ACCOUNT$"
 keys C-c
 typed 'OFF'
-see "OFF" "shell>$"
 
 # -c at a terminal: pages wait for the person, no prompt of the program's own.
 typed "clear; '$program' --home '$home' tcl -c 'SORT COUNTRIES NAME' -c ACCOUNT; echo code \$?"
 see "-c pages at a terminal" '^Page 1 .*to Quit:$'
 typed 'q'
 see "-c goes on after a page" "^:${nl}DEMO${nl}code 0${nl}shell>$"
+typed "clear; '$program' --home '$home' tcl -c 'SORT COUNTRIES NAME' -c ACCOUNT; echo code \$?"
+see "-c pages" '^Page 1 .*to Quit:$'
+keys C-c
+see "Ctrl-C ends all of -c" "interrupted${nl}code 1${nl}shell>$"
 typed "clear; '$program' --home '$home' tcl -c 'SORT COUNTRIES NAME' > '$work/file'; echo code \$?"
 see "-c into a file waits for nobody" "code 0"
-expect_match "-c into a file" "$(<"$work/file")" "END of Query, 249 Items"
 
 # A terminal that is closed ends the program.
 typed "clear; '$program' --home '$home' tcl"
 see "the last prompt" "${nl}:$"
 stop_terminal
-for ((tries = 0; tries < 100; ++tries)); do
-  [[ $(ps -eo args | awk -v p="$program --home $home tcl" 'index($0, p) == 1' | wc -l) == 0 ]] && break
-  sleep 0.05
-done
-expect_equal "programs left behind" "$(ps -eo args | awk -v p="$program --home $home tcl" 'index($0, p) == 1')" ""
+left() { ps -eo args | awk -v p="$program --home $home tcl" 'index($0, p) == 1'; }
+for ((tries = 0; tries < 100; ++tries)); do [[ -z $(left) ]] && break; sleep 0.05; done
+expect_equal "programs left behind" "$(left)" ""
 finish

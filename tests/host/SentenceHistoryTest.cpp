@@ -10,7 +10,7 @@ namespace {
 
 TEST(SentenceHistory, KeepsSentencesForTheNextSession) {
   TemporaryFolder folder;
-  const std::filesystem::path file = folder.Path() / "history";
+  const std::filesystem::path file = folder / "history";
   SentenceHistory first(file);
   SentenceHistory second(file);
   EXPECT_TRUE(first.Load().empty());
@@ -35,7 +35,7 @@ TEST(SentenceHistory, ForgetsTheOldest) {
     EXPECT_EQ(sentences.front(), "S" + std::to_string(count - 999));
     EXPECT_EQ(sentences.back(), "S" + std::to_string(count));
     EXPECT_EQ(folder.Text("history").size() < text.size(), count == 2000) << count;
-    EXPECT_EQ(SentenceHistory(folder.Path() / "history").Load(), sentences) << count;
+    EXPECT_EQ(SentenceHistory(folder / "history").Load(), sentences) << count;
   }
 }
 

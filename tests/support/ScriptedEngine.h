@@ -57,18 +57,28 @@ class ScriptedEngine final : public EngineCallBack {
   // The FileVar of a file as the add-in hands it back: without blanks.
   std::string FileVar(std::string_view name) const;
   // A file that doesn't open.
-  void RefuseFile(std::string_view name, std::string_view detail);
+  void RefuseFile(std::string_view name, std::string_view detail) {
+    refusedFiles_.insert_or_assign(std::string(name), detail);
+  }
   // The answer to a sentence. Several answers come in turn, and the last one stays. With rows, the sentence
   // fills the result grid; row 0 describes the columns.
   void Answer(std::string_view sentence, std::string_view reply, std::optional<Grid> rows = std::nullopt,
-              GridRow rowZero = {});
+              GridRow rowZero = {}) {
+    PlanAnswer(sentence, {std::string(reply), {}, std::move(rows), std::move(rowZero)});
+  }
   // The same for a sentence that fails.
-  void RefuseSentence(std::string_view sentence, std::string_view detail);
+  void RefuseSentence(std::string_view sentence, std::string_view detail) {
+    PlanAnswer(sentence, {"ERROR", std::string(detail), Grid{}, {}});
+  }
   // Lines that will be typed, in order.
-  void Type(std::initializer_list<std::string_view> lines);
+  void Type(std::initializer_list<std::string_view> lines) {
+    input_.insert(input_.end(), lines.begin(), lines.end());
+  }
   void OutputMode(std::string_view mode) { outputMode_ = mode; }
   // Somebody else holds the lock: locked reads, writes and deletes are refused with "[920]".
-  void LockByOther(std::string_view file, std::string_view id);
+  void LockByOther(std::string_view file, std::string_view id) {
+    locksOfOthers_.insert(FileVar(file).append(" ").append(id));
+  }
   // The next calls of an operation, named as in the border, one outcome each. Under no name: nothing.
   void NextCalls(std::string_view operation, std::initializer_list<Outcome> outcomes);
 
@@ -76,7 +86,10 @@ class ScriptedEngine final : public EngineCallBack {
 
   const std::string& Calls() const { return calls_; }
   const std::string& Screen() const { return screen_; }
-  int CallCount(std::string_view operation) const;
+  int CallCount(std::string_view operation) const {
+    const auto count = callCounts_.find(operation);
+    return count == callCounts_.end() ? 0 : count->second;
+  }
   void Forget();
   // Locks held, as "FileVar ID".
   const std::set<std::string>& Locks() const { return locks_; }
@@ -93,20 +106,17 @@ class ScriptedEngine final : public EngineCallBack {
   std::string CursorString(std::int32_t column, std::int32_t row) override;
   std::string ExecuteSentence(std::string_view sentence) override;
   VariantBool OpenFile(std::string_view name, std::string& fileVar) override;
-  bool ReadItem(std::string& item, std::string_view fileVar, std::string_view id) override;
-  bool ReadAttribute(std::string& value, std::string_view fileVar, std::string_view id,
-                     std::int32_t attribute) override;
-  bool ReadItemLocked(std::string& item, std::string_view fileVar, std::string_view id) override;
-  bool ReadAttributeLocked(std::string& value, std::string_view fileVar, std::string_view id,
-                           std::int32_t attribute) override;
-  bool WriteItem(std::string_view item, std::string_view fileVar, std::string_view id) override;
-  bool WriteItemKeepLock(std::string_view item, std::string_view fileVar, std::string_view id) override;
-  bool WriteAttribute(std::string_view value, std::string_view fileVar, std::string_view id,
-                      std::int32_t attribute) override;
-  bool WriteAttributeKeepLock(std::string_view value, std::string_view fileVar, std::string_view id,
-                              std::int32_t attribute) override;
-  bool DeleteItem(std::string_view fileVar, std::string_view id) override;
-  void ReleaseItem(std::string_view fileVar, std::string_view id) override;
+  using Text = std::string_view;
+  bool ReadItem(std::string& item, Text fileVar, Text id) override;
+  bool ReadAttribute(std::string& value, Text fileVar, Text id, std::int32_t attribute) override;
+  bool ReadItemLocked(std::string& item, Text fileVar, Text id) override;
+  bool ReadAttributeLocked(std::string& value, Text fileVar, Text id, std::int32_t attribute) override;
+  bool WriteItem(Text item, Text fileVar, Text id) override;
+  bool WriteItemKeepLock(Text item, Text fileVar, Text id) override;
+  bool WriteAttribute(Text value, Text fileVar, Text id, std::int32_t attribute) override;
+  bool WriteAttributeKeepLock(Text value, Text fileVar, Text id, std::int32_t attribute) override;
+  bool DeleteItem(Text fileVar, Text id) override;
+  void ReleaseItem(Text fileVar, Text id) override;
 
  private:
   struct PlannedFile {
@@ -114,32 +124,25 @@ class ScriptedEngine final : public EngineCallBack {
     Items items;
   };
   struct PlannedAnswer {
-    std::string reply;
-    std::string detail;
+    std::string reply, detail;
     std::optional<Grid> rows;
     GridRow rowZero;
     bool used = false;
   };
-  struct ReadKind {
-    std::string_view operation;
-    std::optional<std::int32_t> attribute;
-    bool locks;
-  };
-  struct WriteKind {
-    std::string_view operation;
-    std::optional<std::int32_t> attribute;
-    bool keepsLock;
-  };
 
-  Outcome Start(std::string_view operation, std::initializer_list<std::string_view> arguments);
+  template <typename... Arguments>
+  Outcome Start(std::string_view operation, const Arguments&... arguments);
   template <typename Result>
   Result End(Result result);
   [[noreturn]] void FailUnplanned(std::string_view why);
   Items& ItemsOf(std::string_view fileVar);
-  bool IsRefused(std::string_view fileVar, std::string_view id);
+  bool IsRefused(const Outcome& outcome, std::string_view lock);
   void PlanAnswer(std::string_view sentence, PlannedAnswer answer);
-  bool Read(const ReadKind& kind, std::string& target, std::string_view fileVar, std::string_view id);
-  bool Write(const WriteKind& kind, std::string_view text, std::string_view fileVar, std::string_view id);
+  template <typename... Attribute>
+  bool Read(Text operation, bool isLocked, std::string& target, Text fileVar, Text id,
+            Attribute... attribute);
+  template <typename... Attribute>
+  bool Write(Text operation, bool keepsLock, Text text, Text fileVar, Text id, Attribute... attribute);
 
   std::map<std::string, PlannedFile, std::less<>> files_;
   std::map<std::string, std::string, std::less<>> refusedFiles_;  // name, detail
@@ -147,14 +150,12 @@ class ScriptedEngine final : public EngineCallBack {
   std::map<std::string, std::deque<Outcome>, std::less<>> outcomes_;
   std::deque<std::string> input_;
   std::string outputMode_;
-  std::set<std::string> locksOfOthers_;
+  std::set<std::string, std::less<>> locksOfOthers_;
 
   Grid grid_;
   GridRow rowZero_;
   std::set<std::string> locks_;
-  std::string errorDetail_;
-  std::string calls_;
-  std::string screen_;
+  std::string errorDetail_, calls_, screen_;
   std::map<std::string, int, std::less<>> callCounts_;
 };
 
