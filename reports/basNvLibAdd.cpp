@@ -77,7 +77,7 @@ std::string DecimalText(double number) {
   constexpr int kSignificantDigits = 15;
   if (number == 0) return "0";
 
-  std::array<char, 32> text{};  // d.dddddddddddddde+XXX
+  std::array<char, 32> text{};  // one digit, a point, fourteen digits, e, a sign and up to three digits
   const auto end = std::to_chars(text.data(), text.data() + text.size(), std::abs(number),
                                  std::chars_format::scientific, kSignificantDigits - 1);
   const std::string_view written(text.data(), static_cast<std::size_t>(end.ptr - text.data()));

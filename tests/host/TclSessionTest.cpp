@@ -22,15 +22,11 @@ class Tcl : public testing::Test {
   void SetUp() override {
     engine::Home::Make(folder_ / "home");
     home_.emplace(folder_ / "home");
-    Add("SHOP", "MYSQL");
-    Add("BOOKS", "JET");
+    std::string error;
+    ASSERT_TRUE(home_->AddAccount({"SHOP", "MYSQL", ""}, error)) << error;
+    ASSERT_TRUE(home_->AddAccount({"BOOKS", "JET", ""}, error)) << error;
     Run({"CREATE-FILE STOCK", "PUT STOCK A 1 Tea", "LOGTO BOOKS", "CREATE-FILE MY.BOOKS",
          "PUT my_books B 1 x"});
-  }
-
-  void Add(const char* name, const char* word) {
-    std::string error;
-    ASSERT_TRUE(home_->AddAccount({name, word, ""}, error)) << error;
   }
 
   // A session in the account SHOP on a thread of its own; the answer is all that it printed.
@@ -54,12 +50,6 @@ class Tcl : public testing::Test {
     settings.sentences = std::move(sentences);
     return RunSession(input, std::move(settings));
   }
-  std::string RunForPerson(std::string_view input) {
-    TclSettings settings;
-    settings.prompts = true;
-    return RunSession(input, std::move(settings));
-  }
-
   TemporaryFolder folder_;
   std::optional<engine::Home> home_;
   ExitCode exitCode_ = ExitCode::kFine;
@@ -82,7 +72,9 @@ TEST_F(Tcl, PromptsWhereNoneStands) {
       {"a report on no file leaves a prompt and a blank", "LIST NO\n\nACCOUNT\n", nullptr},
   };
   for (const auto& row : rows) {
-    std::string got = RunForPerson(row.input);
+    TclSettings settings;
+    settings.prompts = true;
+    std::string got = RunSession(row.input, std::move(settings));
     got.erase(0, got.find('\n') + 1);
     if (row.want != nullptr) {
       EXPECT_EQ(got, row.want) << row.name;

@@ -69,13 +69,6 @@ TEST_F(Terminal, OnlyTheExactWordLosesThePort) {
   EXPECT_THROW(PPrint("x", true), EngineFailure);
 }
 
-TEST_F(Terminal, PrintingPassesTextNumberAndLineEndOn) {
-  PPrint("", true);
-  PPrint(-12, false);
-  PPrint(CursorAt(1, 24), false);
-  EXPECT_EQ(engine.Screen(), "$\n-12[AT 1,24]");
-}
-
 TEST_F(Terminal, TraceLineHasSecondsABlankAndTheMessageAndIsSilentWhenOff) {
   std::vector<std::string> lines;
   LogLine({"before"});

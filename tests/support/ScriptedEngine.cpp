@@ -23,11 +23,8 @@ constexpr ShownByte kMarks[] = {{'\xFE', '^', "{AM}"},
                                 {'\xFB', 0, "{SSM}"},
                                 {'\xFA', 0, "{CPM}"}};
 
-struct CursorWord {
-  std::int32_t column, row;
-  std::string_view word;
-};
-constexpr CursorWord kCursorWords[] = {{-1, -1, "[CLEAR]"}, {-3, -1, "[CLEAR DOWN]"}, {0, 0, "[HOME]"}};
+const std::map<std::pair<std::int32_t, std::int32_t>, std::string> kCursorWords = {
+    {{-1, -1}, "[CLEAR]"}, {{-3, -1}, "[CLEAR DOWN]"}, {{0, 0}, "[HOME]"}};
 
 // How an argument or an answer is written down.
 std::string Written(bool value) { return value ? "true" : "false"; }
@@ -268,9 +265,8 @@ void ScriptedEngine::WriteOutput(std::string_view text, bool lineEnd) {
 
 std::string ScriptedEngine::CursorString(std::int32_t column, std::int32_t row) {
   Start("CursorString", column, row);
-  for (const CursorWord& known : kCursorWords) {
-    if (known.column == column && known.row == row) return End(std::string(known.word));
-  }
+  if (const auto word = kCursorWords.find({column, row}); word != kCursorWords.end())
+    return End(word->second);
   return End("[AT " + std::to_string(column) + "," + std::to_string(row) + "]");
 }
 
