@@ -1,4 +1,4 @@
-// Bounds, unfinished rows, descriptions, and what a long list costs.
+// Bounds, unfinished rows, descriptions, and the memory of a long list.
 #include "engine/ResultGrid.h"
 
 #include <gtest/gtest.h>

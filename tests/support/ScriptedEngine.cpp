@@ -180,34 +180,31 @@ bool ScriptedEngine::IsRefused(const Outcome& outcome, std::string_view lock) {
   return true;
 }
 
-template <typename... Attribute>
-bool ScriptedEngine::Read(std::string_view operation, bool isLocked, std::string& target,
-                          std::string_view fileVar, std::string_view id, Attribute... attribute) {
-  const Outcome outcome = Start(operation, fileVar, id, attribute...);
+bool ScriptedEngine::Read(Text operation, std::string& target, Text fileVar, Text id, Position attribute) {
+  const Outcome outcome =
+      attribute ? Start(operation, fileVar, id, *attribute) : Start(operation, fileVar, id);
   const std::string* item = Find(ItemsOf(fileVar), id);
+  const bool isLocked = operation.ends_with("Locked");
   if (IsRefused(outcome, isLocked ? LockName(fileVar, id) : "")) return End(false);
   if (isLocked) locks_.insert(LockName(fileVar, id));
   if (item == nullptr) {
     if (!isLocked) errorDetail_ = std::string("no item '").append(id).append("'");
     return End(false);
   }
-  target = *item;
-  ((target = mv::Extract(*item, attribute)), ...);
+  target = attribute ? std::string(mv::Extract(*item, *attribute)) : *item;
   return End(true);
 }
 
-template <typename... Attribute>
-bool ScriptedEngine::Write(std::string_view operation, bool keepsLock, std::string_view text,
-                           std::string_view fileVar, std::string_view id, Attribute... attribute) {
-  const Outcome outcome = Start(operation, text, fileVar, id, attribute...);
+bool ScriptedEngine::Write(Text operation, Text text, Text fileVar, Text id, Position attribute) {
+  const Outcome outcome =
+      attribute ? Start(operation, text, fileVar, id, *attribute) : Start(operation, text, fileVar, id);
   Items& items = ItemsOf(fileVar);
   const std::string lock = LockName(fileVar, id);
   if (IsRefused(outcome, lock)) return End(false);
   std::string& item = items[std::string(id)];
-  if constexpr (sizeof...(attribute) == 0) item = text;
-  ((item = mv::Replace(item, attribute, 0, 0, text)), ...);
+  item = attribute ? mv::Replace(item, *attribute, 0, 0, text) : std::string(text);
   locks_.erase(lock);
-  if (keepsLock) locks_.insert(lock);
+  if (operation.ends_with("KeepLock")) locks_.insert(lock);
   return End(true);
 }
 
@@ -296,31 +293,6 @@ VariantBool ScriptedEngine::OpenFile(std::string_view name, std::string& fileVar
   if (file == nullptr) FailUnplanned("no file of this name");
   fileVar = file->fileVar;
   return End(kTrue);
-}
-
-bool ScriptedEngine::ReadItem(std::string& item, Text fileVar, Text id) {
-  return Read("ReadItem", false, item, fileVar, id);
-}
-bool ScriptedEngine::ReadAttribute(std::string& value, Text fileVar, Text id, std::int32_t attribute) {
-  return Read("ReadAttribute", false, value, fileVar, id, attribute);
-}
-bool ScriptedEngine::ReadItemLocked(std::string& item, Text fileVar, Text id) {
-  return Read("ReadItemLocked", true, item, fileVar, id);
-}
-bool ScriptedEngine::ReadAttributeLocked(std::string& value, Text fileVar, Text id, std::int32_t attribute) {
-  return Read("ReadAttributeLocked", true, value, fileVar, id, attribute);
-}
-bool ScriptedEngine::WriteItem(Text item, Text fileVar, Text id) {
-  return Write("WriteItem", false, item, fileVar, id);
-}
-bool ScriptedEngine::WriteItemKeepLock(Text item, Text fileVar, Text id) {
-  return Write("WriteItemKeepLock", true, item, fileVar, id);
-}
-bool ScriptedEngine::WriteAttribute(Text value, Text fileVar, Text id, std::int32_t attribute) {
-  return Write("WriteAttribute", false, value, fileVar, id, attribute);
-}
-bool ScriptedEngine::WriteAttributeKeepLock(Text value, Text fileVar, Text id, std::int32_t attribute) {
-  return Write("WriteAttributeKeepLock", true, value, fileVar, id, attribute);
 }
 
 bool ScriptedEngine::DeleteItem(Text fileVar, Text id) {

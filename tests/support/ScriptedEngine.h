@@ -107,14 +107,26 @@ class ScriptedEngine final : public EngineCallBack {
   std::string ExecuteSentence(std::string_view sentence) override;
   VariantBool OpenFile(std::string_view name, std::string& fileVar) override;
   using Text = std::string_view;
-  bool ReadItem(std::string& item, Text fileVar, Text id) override;
-  bool ReadAttribute(std::string& value, Text fileVar, Text id, std::int32_t attribute) override;
-  bool ReadItemLocked(std::string& item, Text fileVar, Text id) override;
-  bool ReadAttributeLocked(std::string& value, Text fileVar, Text id, std::int32_t attribute) override;
-  bool WriteItem(Text item, Text fileVar, Text id) override;
-  bool WriteItemKeepLock(Text item, Text fileVar, Text id) override;
-  bool WriteAttribute(Text value, Text fileVar, Text id, std::int32_t attribute) override;
-  bool WriteAttributeKeepLock(Text value, Text fileVar, Text id, std::int32_t attribute) override;
+  bool ReadItem(std::string& item, Text file, Text id) override { return Read("ReadItem", item, file, id); }
+  bool ReadAttribute(std::string& value, Text file, Text id, std::int32_t at) override {
+    return Read("ReadAttribute", value, file, id, at);
+  }
+  bool ReadItemLocked(std::string& item, Text file, Text id) override {
+    return Read("ReadItemLocked", item, file, id);
+  }
+  bool ReadAttributeLocked(std::string& value, Text file, Text id, std::int32_t at) override {
+    return Read("ReadAttributeLocked", value, file, id, at);
+  }
+  bool WriteItem(Text item, Text file, Text id) override { return Write("WriteItem", item, file, id); }
+  bool WriteItemKeepLock(Text item, Text file, Text id) override {
+    return Write("WriteItemKeepLock", item, file, id);
+  }
+  bool WriteAttribute(Text value, Text file, Text id, std::int32_t at) override {
+    return Write("WriteAttribute", value, file, id, at);
+  }
+  bool WriteAttributeKeepLock(Text value, Text file, Text id, std::int32_t at) override {
+    return Write("WriteAttributeKeepLock", value, file, id, at);
+  }
   bool DeleteItem(Text fileVar, Text id) override;
   void ReleaseItem(Text fileVar, Text id) override;
 
@@ -138,11 +150,10 @@ class ScriptedEngine final : public EngineCallBack {
   Items& ItemsOf(std::string_view fileVar);
   bool IsRefused(const Outcome& outcome, std::string_view lock);
   void PlanAnswer(std::string_view sentence, PlannedAnswer answer);
-  template <typename... Attribute>
-  bool Read(Text operation, bool isLocked, std::string& target, Text fileVar, Text id,
-            Attribute... attribute);
-  template <typename... Attribute>
-  bool Write(Text operation, bool keepsLock, Text text, Text fileVar, Text id, Attribute... attribute);
+  // What an operation does to locks is told by its name.
+  using Position = std::optional<std::int32_t>;  // of the attribute; none: the whole item
+  bool Read(Text operation, std::string& target, Text fileVar, Text id, Position attribute = std::nullopt);
+  bool Write(Text operation, Text text, Text fileVar, Text id, Position attribute = std::nullopt);
 
   std::map<std::string, PlannedFile, std::less<>> files_;
   std::map<std::string, std::string, std::less<>> refusedFiles_;  // name, detail

@@ -6,7 +6,6 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "session/BP.h"
 #include "session/SessionState.h"
