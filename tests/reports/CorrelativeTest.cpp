@@ -68,7 +68,7 @@ TEST_F(Correlative, ApplyTable) {
   };
   const Row rows[] = {
       {"left to right, no precedence", "v", "CUSTOMA;2;+;3;*;2", "28"},
-      {"minus and divide", "v", "CUSTOMA;1;-;2;/;2", "1.5"},
+      {"minus and divide, negative", "v", "CUSTOMA;2;-;1;/;2", "-1.5"},
       {"power", "v", "CUSTOMA;2;^;3", "64"},
       {"fifteen digits", "v", "CUSTOMA;1;/;3", "3.33333333333333"},
       {"rounded to text before the next operator", "v", "CUSTOMA;4;*;3;+;9", "0"},
