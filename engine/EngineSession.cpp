@@ -1,16 +1,18 @@
 #include "engine/EngineSession.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
 #include <exception>
+#include <thread>
 
+#include "engine/query/Parse.h"
 #include "engine/query/Text.h"
 #include "engine/query/Words.h"
 #include "engine/sentences/Arguments.h"
 #include "engine/sentences/RunSentence.h"
+#include "engine/sentences/Sql.h"
 #include "engine/stores/OpenStore.h"
 #include "mv/DynamicArray.h"
 #include "mv/EngineHooks.h"
@@ -24,6 +26,10 @@ constexpr std::string_view kDisconnected = "<&PORT_DISCONNECT>";
 // Sentences that talk for as long as their port lives: for them the end of a pipe is the end of the port.
 constexpr std::string_view kConversations[] = {"NV.BACKSRV", "MENU"};
 
+constexpr std::string_view kLockRefused = "[920]";
+constexpr auto kRetrySoon = std::chrono::milliseconds(20);
+constexpr auto kRetryPause = std::chrono::milliseconds(2);
+
 constexpr std::int32_t kMostOpenWrites = 10000;
 constexpr auto kLongestOpen = std::chrono::milliseconds(500);
 
@@ -33,11 +39,6 @@ constexpr std::size_t kMostAheadBytes = 4u << 20;
 
 // The session whose hooks this thread's conversions use.
 thread_local const EngineSession* hookOwner = nullptr;
-
-std::int32_t NextPortNumber() {
-  static std::atomic<std::int32_t> last = 0;
-  return ++last;
-}
 
 // A FileVar is read by its "."; blanks in it get lost on the way.
 std::string WithoutPeriods(std::string_view name) {
@@ -64,7 +65,12 @@ class EngineSession::LockClaim {
   LockClaim(Locks& locks, const OpenedFile& file, std::string_view id)
       : locks_(locks), file_(file), id_(id) {}
   ~LockClaim() {
-    if (fresh_) locks_.Release(file_.account->account.name, file_.tableName, id_);
+    if (!fresh_) return;
+    // A lock that can't be given back stays until the session ends; the failure on the way here is told.
+    try {
+      locks_.Release(file_.account->account.name, file_.tableName, id_);
+    } catch (const StoreFailure&) {
+    }
   }
   LockClaim(const LockClaim&) = delete;
   LockClaim& operator=(const LockClaim&) = delete;
@@ -85,14 +91,13 @@ class EngineSession::LockClaim {
   bool fresh_ = false;
 };
 
-EngineSession::EngineSession(Home& home, Port& port, std::string_view account, std::string_view user)
+EngineSession::EngineSession(Home& home, Port& port, SessionSettings settings)
     : home_(home),
       port_(port),
-      user_(user),
-      portNumber_(NextPortNumber()),
-      locks_(home.LocksFile(), fmt::format("{} on port {} of process {}", user, portNumber_, getpid())) {
+      settings_(std::move(settings)),
+      locks_(home.LocksFile(), settings_.user, settings_.from) {
   std::string error;
-  if (!EnterAccount(account, error)) throw EngineFailure(error);
+  if (!EnterAccount(settings_.account, error)) throw EngineFailure(error);
   InstallHooks();
 }
 
@@ -128,6 +133,18 @@ void EngineSession::StopIfInterrupted() const {
 
 bool EngineSession::Refuse(std::string text) {
   errorDetail_ = std::move(text);
+  return false;
+}
+
+// `file` null: the FileVar was empty, and the error detail says so.
+bool EngineSession::RefuseWrite(const OpenedFile* file, std::string_view id, std::string text) {
+  errorDetail_ = std::move(text);
+  if (errorDetail_.starts_with(kLockRefused)) NoteRefusedLock(*file, id);
+  if (settings_.onRefusedWrite) {
+    settings_.onRefusedWrite({file != nullptr ? file->account->account.name : current_->account.name,
+                              file != nullptr ? std::string_view(file->tableName) : std::string_view(), id,
+                              errorDetail_});
+  }
   return false;
 }
 
@@ -215,12 +232,14 @@ std::string EngineSession::ExecuteSentence(std::string_view sentence) {
 void EngineSession::BeginTypedSentence(std::string_view sentence) {
   typedSentence_ = sentence;
   typedSentenceError_.clear();
-  activeList_ = std::exchange(keptList_, std::nullopt);
+  activeList_.reset();
+  if (FindQueryVerb(FirstWord(sentence)) != nullptr && !IsSql(sentence)) activeList_.swap(keptList_);
   interrupted_ = false;
 }
 
 void EngineSession::EndTypedSentence() {
   typedSentence_.clear();
+  if (!typedSentenceError_.empty() && !keptList_) keptList_.swap(activeList_);
   activeList_.reset();
   interrupted_ = false;
   CommitWrites();
@@ -232,7 +251,7 @@ void EngineSession::Interrupt() noexcept {
 }
 
 const ResultGrid* EngineSession::ActiveListFor(std::string_view sentence) const {
-  return IsTypedSentence(sentence) ? ActiveList() : nullptr;
+  return IsTypedSentence(sentence) && activeList_ ? &*activeList_ : nullptr;
 }
 
 void EngineSession::KeepList() {
@@ -247,9 +266,8 @@ void EngineSession::KeepList() {
 bool EngineSession::EnterAccount(std::string_view name, std::string& error) {
   CommitWrites();
   const std::optional<Account> found = home_.FindAccount(name);
-  if (!found) {
-    error = fmt::format("there is no account {}; the command 'nvadmin account list' shows the accounts",
-                        Quoted(name));
+  if (!found || !MayEnter(found->name)) {
+    error = UnknownAccount(name);
     return false;
   }
   std::unique_ptr<EnteredAccount>& entered = accounts_[found->name];
@@ -265,10 +283,23 @@ bool EngineSession::EnterAccount(std::string_view name, std::string& error) {
     }
     entered = std::move(opened);
   }
+  locks_.SetAccount(found->name);
+  if (current_ != entered.get()) keptList_.reset();
   current_ = entered.get();
   store_ = current_->store.get();
   translations_.Forget();
   return true;
+}
+
+// Who may not be everywhere doesn't learn what accounts there are besides.
+std::string EngineSession::UnknownAccount(std::string_view name) const {
+  if (settings_.mayEnter) {
+    return fmt::format(
+        "user {} has no account {}; the command 'nvadmin user accounts' sets a user's accounts",
+        settings_.user, Quoted(name));
+  }
+  return fmt::format("there is no account {}; the command 'nvadmin account list' shows the accounts",
+                     Quoted(name));
 }
 
 std::int32_t EngineSession::FindOrOpen(std::string_view name) {
@@ -437,6 +468,7 @@ bool EngineSession::ReadLocked(std::string& text, std::string_view fileVar, std:
   bool found = false;
   buffer_.clear();
   if (file != nullptr) {
+    PauseBeforeRetry(*file, id);
     LockClaim claim(locks_, *file, id);
     if (claim.Take(errorDetail_)) {
       errorDetail_.clear();
@@ -446,6 +478,8 @@ bool EngineSession::ReadLocked(std::string& text, std::string_view fileVar, std:
                                    : store.ReadAttribute(file->table, id, *attribute, buffer_);
       KeepAtCommit(*file, id);
       claim.Keep();
+    } else {
+      NoteRefusedLock(*file, id);
     }
   }
   text.swap(buffer_);
@@ -472,30 +506,34 @@ bool EngineSession::WriteAttributeKeepLock(std::string_view value, std::string_v
 
 bool EngineSession::PutAttribute(std::string_view value, std::string_view fileVar, std::string_view id,
                                  std::int32_t attribute, LockAfter lockAfter) {
-  if (attribute < 1 && attribute != -1) {
-    return Refuse(
-        fmt::format("attribute {} of item {} can't be written: attributes count from 1, and -1 appends one",
-                    attribute, Quoted(id)));
-  }
   return Put({.text = value, .isAttribute = true, .attribute = attribute}, fileVar, id, lockAfter);
 }
 
 bool EngineSession::Put(const Change& change, std::string_view fileVar, std::string_view id,
                         LockAfter lockAfter) {
   const OpenedFile* file = FindFileToChange(fileVar);
-  if (file == nullptr) return false;
-  if (id.empty()) return Refuse(fmt::format("an item of table {} can't have an empty ID", file->tableName));
+  if (file == nullptr) return RefuseWrite(nullptr, id, std::move(errorDetail_));
+  if (change.isAttribute && change.attribute < 1 && change.attribute != -1) {
+    return RefuseWrite(
+        file, id,
+        fmt::format("attribute {} of item {} can't be written: attributes count from 1, and -1 appends one",
+                    change.attribute, Quoted(id)));
+  }
+  if (id.empty()) {
+    return RefuseWrite(file, id, fmt::format("an item of table {} can't have an empty ID", file->tableName));
+  }
   ForgetItems();
+  PauseBeforeRetry(*file, id);
 
   // The lock first, then the transaction; without a lock of its own a write asks behind the transaction's
   // start.
   std::string error;
   LockClaim claim(locks_, *file, id);
-  if (lockAfter == LockAfter::kKept && !claim.Take(error)) return Refuse(std::move(error));
+  if (lockAfter == LockAfter::kKept && !claim.Take(error)) return RefuseWrite(file, id, std::move(error));
   BeginWrites(*file);
   if (lockAfter == LockAfter::kReleased &&
       !locks_.Check(file->account->account.name, file->tableName, id, error)) {
-    return Refuse(std::move(error));
+    return RefuseWrite(file, id, std::move(error));
   }
 
   Store& store = *file->account->store;
@@ -506,7 +544,7 @@ bool EngineSession::Put(const Change& change, std::string_view fileVar, std::str
     changed = mv::Replace(buffer_, change.attribute, 0, 0, change.text);
     item = changed;
   }
-  if (!store.Write(file->table, id, item, error)) return Refuse(std::move(error));
+  if (!store.Write(file->table, id, item, error)) return RefuseWrite(file, id, std::move(error));
 
   ++writesQueued_;
   if (lockAfter == LockAfter::kKept) {
@@ -520,17 +558,22 @@ bool EngineSession::Put(const Change& change, std::string_view fileVar, std::str
 
 bool EngineSession::DeleteItem(std::string_view fileVar, std::string_view id) {
   const OpenedFile* file = FindFileToChange(fileVar);
-  if (file == nullptr) return false;
+  if (file == nullptr) return RefuseWrite(nullptr, id, std::move(errorDetail_));
   ForgetItems();
+  PauseBeforeRetry(*file, id);
   BeginWrites(*file);
   std::string error;
-  if (!locks_.Check(file->account->account.name, file->tableName, id, error)) return Refuse(std::move(error));
+  if (!locks_.Check(file->account->account.name, file->tableName, id, error))
+    return RefuseWrite(file, id, std::move(error));
 
   Store& store = *file->account->store;
   const bool erased = store.Erase(file->table, id, error);
   const bool isGone = erased || !store.Read(file->table, id, buffer_);
   if (isGone) ReleaseAtCommit(*file, id);
-  if (!erased) return Refuse(error.empty() ? MissingItem(id, file->tableName) : std::move(error));
+  if (!erased) {
+    if (error.empty()) error = MissingItem(id, file->tableName);
+    return isGone ? Refuse(std::move(error)) : RefuseWrite(file, id, std::move(error));
+  }
   ++writesQueued_;
   return true;
 }
@@ -555,6 +598,20 @@ bool EngineSession::HoldsItem(std::string_view fileVar, std::string_view id) {
   const OpenedFile* file = FindFile(fileVar);
   return file != nullptr && locks_.Holds(file->account->account.name, file->tableName, id) &&
          !releaseAtCommit_.contains({file->index, std::string(id)});
+}
+
+void EngineSession::NoteRefusedLock(const OpenedFile& file, std::string_view id) {
+  refusedLock_ = {file.index, std::string(id), std::chrono::steady_clock::now()};
+}
+
+// A session that asks at once for an item that it was just refused would keep the holder from the processor;
+// so the second question, and every further one, waits a little before it is answered as any other.
+void EngineSession::PauseBeforeRetry(const OpenedFile& file, std::string_view id) {
+  if (refusedLock_.file != file.index || refusedLock_.id != id) return;
+  if (std::chrono::steady_clock::now() - refusedLock_.at > kRetrySoon) return;
+  CommitWrites();
+  std::this_thread::sleep_for(kRetryPause);
+  refusedLock_.file = -1;
 }
 
 void EngineSession::BeginWrites(const OpenedFile& file) {

@@ -40,11 +40,27 @@
 
 namespace nvadmin::engine {
 
+// A write or delete that the session answered with false. Valid during the call that tells of it. No item
+// contents.
+struct RefusedWrite {
+  std::string_view account, table, id, reason;  // table: empty when the FileVar was
+};
+
+struct SessionSettings {
+  std::string account;
+  std::string user;
+  std::string from;  // where the user sits, as others see it: "terminal pts/3", "127.0.0.1:52110"
+  // Whether the user may be in an account, which is there and given in capitals; empty: in every one.
+  std::function<bool(std::string_view account)> mayEnter = {};
+  // A delete of an item that isn't there is no refusal.
+  std::function<void(const RefusedWrite&)> onRefusedWrite = {};
+};
+
 class EngineSession final : public EngineCallBack {
  public:
-  // `home` and `port` are lent for the session's life. `user` is shown to others (locks) and by USER 0.
-  // Fails when the account is unknown or its store can't be opened.
-  EngineSession(Home& home, Port& port, std::string_view account, std::string_view user);
+  // `home` and `port` are lent for the session's life. Fails when the account is unknown or not for this
+  // user, or its store can't be opened.
+  EngineSession(Home& home, Port& port, SessionSettings settings);
   ~EngineSession() override;
   EngineSession(const EngineSession&) = delete;
   EngineSession& operator=(const EngineSession&) = delete;
@@ -78,7 +94,8 @@ class EngineSession final : public EngineCallBack {
   // For the TCL prompt.
 
   // Call before each sentence that a user typed, with its text. A list kept by SAVE-LIST or GET-LIST
-  // restricts this sentence, wherever it is executed from, and no other; then it is gone.
+  // restricts the next of them that is a query, wherever it is executed from; then it is gone, unless the
+  // query was refused.
   void BeginTypedSentence(std::string_view sentence);
   // The text of the last sentence that failed since BeginTypedSentence; empty when none did.
   const std::string& TypedSentenceError() const { return typedSentenceError_; }
@@ -95,12 +112,14 @@ class EngineSession final : public EngineCallBack {
   Store& CurrentStore() { return *store_.load(std::memory_order_relaxed); }
   ResultGrid& Grid() { return grid_; }
   Locks& ItemLocks() { return locks_; }
-  const std::string& User() const { return user_; }
-  // Counts the sessions of this program, from 1.
-  std::int32_t PortNumber() const { return portNumber_; }
-  // Files opened before keep their FileVars. False when there is no such account or its store can't be
-  // opened.
+  const std::string& User() const { return settings_.user; }
+  // The session's number, from 1, which no other living session on the home has.
+  std::int32_t PortNumber() const { return locks_.Number(); }
+  // Files opened before keep their FileVars; the list kept in another account is gone. False when there is no
+  // such account, it isn't for this user, or its store can't be opened.
   bool EnterAccount(std::string_view name, std::string& error);
+  // `account` in capitals.
+  bool MayEnter(std::string_view account) const { return !settings_.mayEnter || settings_.mayEnter(account); }
   // The refusal of a file that the current account doesn't have.
   std::string UnknownFile(std::string_view name) const;
   // Puts what is open on disk, then releases the locks that waited for it.
@@ -111,10 +130,10 @@ class EngineSession final : public EngineCallBack {
   bool HoldsItem(std::string_view fileVar, std::string_view id);
   // The list that restricts `sentence`: the active one when that is the typed sentence; null: none.
   const ResultGrid* ActiveListFor(std::string_view sentence) const;
-  // The list that is active during this typed sentence; null: none.
-  const ResultGrid* ActiveList() const { return activeList_ ? &*activeList_ : nullptr; }
+  // The list that is kept for the next query; null: none.
+  const ResultGrid* KeptList() const { return keptList_ ? &*keptList_ : nullptr; }
   bool IsTypedSentence(std::string_view sentence) const { return sentence == typedSentence_; }
-  // Keeps the keys (column 0) of the grid for the next typed sentence.
+  // Keeps the keys (column 0) of the grid for the next query that is typed.
   void KeepList();
   // Whether a report's cells go into the grid. Only a page of a native account takes them from there; a
   // terminal's report reads the items itself, and a list of a million of them should cost no more than their
@@ -149,6 +168,13 @@ class EngineSession final : public EngineCallBack {
     std::vector<BatchItem> items;
   };
 
+  // The lock that was refused last.
+  struct RefusedLock {
+    std::int32_t file = -1;
+    std::string id;
+    std::chrono::steady_clock::time_point at;
+  };
+
   // What a write puts into an item: all of it, or one attribute.
   struct Change {
     std::string_view text;
@@ -162,7 +188,9 @@ class EngineSession final : public EngineCallBack {
   bool ReadForTranslation(std::string_view file, std::string_view id, std::string& item);
   void StopIfInterrupted() const;
   bool Refuse(std::string text);
+  bool RefuseWrite(const OpenedFile* file, std::string_view id, std::string text);
 
+  std::string UnknownAccount(std::string_view name) const;
   // Index of the file in the current account; -1 when there is none.
   std::int32_t FindOrOpen(std::string_view name);
   // Null, with the error detail, for an empty FileVar; fails for one that isn't this session's.
@@ -185,6 +213,9 @@ class EngineSession final : public EngineCallBack {
   bool PutAttribute(std::string_view value, std::string_view fileVar, std::string_view id,
                     std::int32_t attribute, LockAfter lockAfter);
 
+  void NoteRefusedLock(const OpenedFile& file, std::string_view id);
+  void PauseBeforeRetry(const OpenedFile& file, std::string_view id);
+
   void BeginWrites(const OpenedFile& file);
   bool WritesMayStayOpen() const;
   void CommitOpenWrites();
@@ -194,8 +225,7 @@ class EngineSession final : public EngineCallBack {
 
   Home& home_;
   Port& port_;
-  std::string user_;
-  std::int32_t portNumber_;
+  SessionSettings settings_;
   Locks locks_;
   std::unordered_map<std::string, std::unique_ptr<EnteredAccount>> accounts_;
   EnteredAccount* current_ = nullptr;
@@ -208,6 +238,7 @@ class EngineSession final : public EngineCallBack {
   std::int32_t writesQueued_ = 0;
   bool progressShown_ = false;
   std::set<std::pair<std::int32_t, std::string>> releaseAtCommit_;  // file index, item ID
+  RefusedLock refusedLock_;
 
   ResultGrid grid_;
   std::int32_t walkRow_ = 0;  // the row whose key was asked for last
@@ -218,7 +249,7 @@ class EngineSession final : public EngineCallBack {
   std::string errorDetail_;
   std::string typedSentence_;
   std::string typedSentenceError_;
-  std::optional<ResultGrid> keptList_;    // for the next typed sentence
+  std::optional<ResultGrid> keptList_;    // for the next query that is typed
   std::optional<ResultGrid> activeList_;  // for this one
   std::atomic<bool> interrupted_ = false;
 };

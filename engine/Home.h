@@ -3,7 +3,8 @@
 //
 //   catalogue.sqlite   accounts, saved select lists
 //   accounts/NAME.sqlite   one database per embedded account
-//   locks.sqlite, locks.sqlite-gate   item locks of all programs on this home; nothing lasting
+//   users.sqlite   who may log in to a server; the host's
+//   locks.sqlite, locks.sqlite-gate   sessions and item locks of all programs on this home; nothing lasting
 //   TransferItem/, TransferBulk/   the add-in's transfer folders
 //
 // Account names are 1 to 64 letters, digits, "_", "-" and "." and begin with a letter or digit; letter case

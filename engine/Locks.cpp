@@ -1,29 +1,21 @@
 #include "engine/Locks.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
-#include <cstdlib>
-#include <fstream>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <set>
 #include <stop_token>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <tuple>
-#include <vector>
-
-#include "engine/CodePage.h"
-#include "engine/stores/Sqlite.h"
+#include <utility>
 
 namespace nvadmin::engine {
 
@@ -31,448 +23,455 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::chrono::milliseconds kPatience{10'000};
 constexpr std::chrono::milliseconds kBeat{2'000};
 constexpr std::chrono::milliseconds kStale{15'000};
 
-// Session numbers are never used twice, so a session knows when it was removed. Names and IDs are blobs of
-// the code page.
-constexpr const char* kMakeTables =
-    "CREATE TABLE IF NOT EXISTS sessions(id INTEGER PRIMARY KEY AUTOINCREMENT, holder BLOB, machine TEXT,"
-    " pid INTEGER, started INTEGER, heartbeat INTEGER);"
-    "CREATE TABLE IF NOT EXISTS locks(account BLOB, tbl BLOB, id BLOB, session INTEGER NOT NULL,"
-    " PRIMARY KEY(account, tbl, id)) WITHOUT ROWID;"
-    "CREATE INDEX IF NOT EXISTS locks_of_session ON locks(session);";
-
-// Who uses the lock file: every session holds the gate, shared. Who gets it alone is the only user.
-class Gate {
- public:
-  explicit Gate(const fs::path& file)
-      : name_(file.native() + "-gate"), handle_(open(name_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
-    if (handle_ < 0) Fail();
-    alone_ = Hold(F_OFD_SETLK, F_WRLCK);
-    if (!alone_ && !Hold(F_OFD_SETLKW, F_RDLCK)) Fail();
-  }
-  ~Gate() { close(handle_); }
-  Gate(const Gate&) = delete;
-  Gate& operator=(const Gate&) = delete;
-
-  bool IsAlone() const { return alone_; }
-  // Lets others in, after a user that was alone has made the file.
-  void Share() {
-    if (alone_ && !Hold(F_OFD_SETLK, F_RDLCK)) Fail();
-    alone_ = false;
-  }
-
- private:
-  // Locks of this kind belong to the open file, so the sessions of one program count each for itself.
-  bool Hold(int command, short kind) {
-    struct flock whole = {};
-    whole.l_type = kind;
-    whole.l_whence = SEEK_SET;
-    while (fcntl(handle_, command, &whole) != 0) {
-      if (errno != EINTR) return false;
-    }
-    return true;
-  }
-
-  [[noreturn]] void Fail() {
-    const int number = errno;
-    if (handle_ >= 0) close(handle_);
-    throw StoreFailure(
-        fmt::format("{} can't be opened and locked ({}); give this user write permission for the file "
-                    "and its folder",
-                    ForeignText(name_), std::generic_category().message(number)));
-  }
-
-  std::string name_;
-  int handle_;
-  bool alone_ = false;
-};
-
-std::string FirstLine(const std::string& file) {
-  std::ifstream stream(file);
-  std::string line;
-  std::getline(stream, line);
-  return line;
-}
-
-// One run of one program. `machine` is what makes a pid unique: this boot of this kernel, and the pid
-// namespace; empty where the system doesn't tell.
-struct Program {
-  std::string machine;
-  std::int64_t pid = 0;
-  std::int64_t started = 0;  // in the system's ticks; 0: not known
-};
-
-// When the process began, and whether it is a corpse that its parent hasn't fetched yet.
-struct ProcessState {
-  std::int64_t started = 0;
-  bool dead = false;
-};
-
-ProcessState ReadProcessState(std::int64_t pid) {
-  const std::string line = FirstLine(fmt::format("/proc/{}/stat", pid));
-  // The second field is the program's name in parentheses and may hold anything; the state is the third.
-  const std::size_t nameEnd = line.rfind(')');
-  if (nameEnd == std::string::npos || line.size() < nameEnd + 3) return {};
-  ProcessState state;
-  state.dead = line[nameEnd + 2] == 'Z' || line[nameEnd + 2] == 'X';
-  std::size_t at = nameEnd + 2;
-  constexpr int kFieldsToStart = 19;  // from the state to the time of the start
-  for (int field = 0; field < kFieldsToStart && at != std::string::npos; ++field) at = line.find(' ', at + 1);
-  if (at != std::string::npos) state.started = std::strtoll(line.c_str() + at + 1, nullptr, 10);
-  return state;
-}
-
-Program ThisProgram() {
-  Program program;
-  const std::string boot = FirstLine("/proc/sys/kernel/random/boot_id");
-  struct stat space;
-  if (!boot.empty() && stat("/proc/self/ns/pid", &space) == 0) {
-    program.machine = fmt::format("{}/{}", boot, space.st_ino);
-  }
-  program.pid = getpid();
-  program.started = ReadProcessState(program.pid).started;
-  return program;
-}
-
-std::int64_t Milliseconds() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-}
-
-bool IsRunning(const Program& program) {
-  if (kill(static_cast<pid_t>(program.pid), 0) != 0 && errno == ESRCH) return false;
-  const ProcessState state = ReadProcessState(program.pid);
-  if (state.dead) return false;
-  // A process that can't be looked into counts as the one we mean.
-  return state.started == 0 || program.started == 0 || state.started == program.started;
-}
-
-// Shows every 2 s that this program lives. There is one for all sessions of the program on a lock file; its
-// thread ends with the last of them.
-class Heartbeat {
- public:
-  static std::shared_ptr<Heartbeat> Of(const fs::path& file, const Program& program) {
-    static std::mutex mutex;
-    static std::map<fs::path, std::weak_ptr<Heartbeat>> heartbeats;
-    const std::lock_guard guard(mutex);
-    std::weak_ptr<Heartbeat>& known = heartbeats[file];
-    std::shared_ptr<Heartbeat> heartbeat = known.lock();
-    if (heartbeat == nullptr) {
-      heartbeat = std::make_shared<Heartbeat>(file, program);
-      known = heartbeat;
-    }
-    return heartbeat;
-  }
-
-  Heartbeat(const fs::path& file, const Program& program) : file_(file), program_(program) {
-    // Signals are for the program's own threads.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    thread_ = std::jthread([this](const std::stop_token& stop) { Run(stop); });
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  }
-
- private:
-  void Run(const std::stop_token& stop) {
-    std::unique_lock lock(mutex_);
-    while (!wake_.wait_for(lock, stop, kBeat, [&stop] { return stop.stop_requested(); })) Beat();
-  }
-
-  // A beat that fails (a full disk) is made up for by the next ones; only the seventh in a row makes the
-  // program stale.
-  void Beat() {
-    try {
-      Database database(file_, OpenMode::kExisting, kBeat);
-      database.Execute("PRAGMA synchronous = OFF");
-      Statement update(database,
-                       "UPDATE sessions SET heartbeat = ?1 WHERE machine = ?2 AND pid = ?3 AND started = ?4");
-      update.BindInteger(1, Milliseconds()).BindText(2, program_.machine).BindInteger(3, program_.pid);
-      update.BindInteger(4, program_.started).Run();
-    } catch (const StoreFailure&) {
-    }
-  }
-
-  fs::path file_;
-  Program program_;
-  std::mutex mutex_;
-  std::condition_variable_any wake_;
-  std::jthread thread_;  // last: it ends before what it uses
-};
-
-struct ItemView {
-  std::string_view account;
-  std::string_view table;
-  std::string_view id;
-};
-
-struct Item {
-  explicit Item(const ItemView& item) : account(item.account), table(item.table), id(item.id) {}
-  operator ItemView() const { return {account, table, id}; }  // NOLINT: a view of itself
+struct Locked {
+  explicit Locked(const LockedView& thing) : account(thing.account), table(thing.table), id(thing.id) {}
+  operator LockedView() const { return {account, table, id}; }  // NOLINT: a view of itself
   std::string account;
   std::string table;
-  std::string id;
+  std::optional<std::string> id;
 };
 
-struct ItemOrder {
+// A whole table comes before its items.
+struct LockedOrder {
   using is_transparent = void;
-  bool operator()(const ItemView& a, const ItemView& b) const {
+  bool operator()(const LockedView& a, const LockedView& b) const {
     return std::tie(a.account, a.table, a.id) < std::tie(b.account, b.table, b.id);
   }
 };
 
-using ItemSet = std::set<Item, ItemOrder>;
+using LockedSet = std::set<Locked, LockedOrder>;
 
-void EraseItem(ItemSet& items, const ItemView& item) {
-  const auto found = items.find(item);
-  if (found != items.end()) items.erase(found);
+bool IsOfTable(const LockedView& thing, const LockedView& table) {
+  return thing.account == table.account && thing.table == table.table;
 }
 
-void EraseTable(ItemSet& items, std::string_view account, std::string_view table) {
-  const auto first = items.lower_bound(ItemView{account, table, {}});
+LockedView TableOf(const LockedView& thing) { return {thing.account, thing.table, std::nullopt}; }
+
+void EraseTable(LockedSet& things, const LockedView& table) {
+  const auto first = things.lower_bound(table);
   auto last = first;
-  while (last != items.end() && last->account == account && last->table == table) ++last;
-  items.erase(first, last);
+  while (last != things.end() && IsOfTable(*last, table)) ++last;
+  things.erase(first, last);
 }
 
-struct Owner {
-  std::int64_t session = 0;
-  std::string holder;
-  Program program;
-  std::int64_t heartbeat = 0;  // milliseconds since 1970
-};
-
-void BindItem(Statement& statement, const ItemView& item) {
-  statement.BindBlob(1, item.account).BindBlob(2, item.table).BindBlob(3, item.id);
-}
-
-// Removes the file when nobody uses it, then opens it, made where it is missing.
-std::unique_ptr<Database> OpenLockFile(const fs::path& file, Gate& gate) {
-  if (gate.IsAlone()) RemoveDatabase(file);
-  auto database = std::make_unique<Database>(file, OpenMode::kMake, kPatience);
-  database->Execute("PRAGMA journal_mode = WAL");
-  database->Execute("PRAGMA synchronous = OFF");
-  database->Execute(kMakeTables);
-  gate.Share();
-  return database;
+std::string Refusal(const LockedView& thing, std::string_view user, std::string_view from) {
+  const std::string what = thing.id ? fmt::format("item '{}' of {}", *thing.id, thing.table)
+                                    : fmt::format("an item of {}", thing.table);
+  return fmt::format("[920] {} is locked by {} at {}", what, user, from);
 }
 
 }  // namespace
 
-struct Locks::State {
-  State(const fs::path& path, std::string_view name)
-      : file(fs::absolute(path)),
-        holder(name),
-        program(ThisProgram()),
-        gate(file),
-        database(OpenLockFile(file, gate)) {}
+// One session, as the others of its program see it.
+struct Locks::Seat {
+  std::string user;
+  std::string from;
+  std::string account;
+  std::int64_t since = MillisecondsNow();
+  LockFile::Session session;
+  LockedSet held;
+  LockedSet lost;  // held once, until others took this program for dead
+};
 
-  // Learns what changed since the last look.
+// What the sessions of one program share. Any thread: every routine holds the mutex.
+class Locks::Sharing {
+ public:
+  static std::shared_ptr<Sharing> Of(const fs::path& file);
+
+  explicit Sharing(const fs::path& file);
+  ~Sharing();
+
+  void Join(Seat& seat);
+  void Leave(Seat& seat);
+  void SetAccount(Seat& seat, std::string_view account);
+  std::int32_t NumberOf(const Seat& seat);
+
+  bool Take(Seat& seat, const LockedView& thing, std::string& refusal);
+  bool Check(Seat& seat, const LockedView& thing, std::string& refusal);
+  bool Holds(const Seat& seat, const LockedView& thing);
+  void Release(Seat& seat, const LockedView& thing);
+  void ReleaseTable(Seat& seat, const LockedView& table);
+  void ReleaseAll(Seat& seat);
+
+  std::vector<ListedSession> AllSessions();
+  std::vector<ListedLock> AllLocks();
+
+ private:
+  // What other programs have to say about a lock.
+  enum class Elsewhere { kFree, kHeld, kHeldByTheDead };
+
+  void BeatUntil(const std::stop_token& stop);
   void Refresh();
-  std::optional<Owner> FindOwner(const ItemView& item);
-  bool IsAlive(const Owner& owner) const;
-  // Requires a write transaction. True when no other living session holds the item; a dead one loses all its
-  // locks.
-  bool FreeOfOthers(const ItemView& item, std::string& refusal);
-  // Requires a write transaction. Gives the session its row and clears away sessions that died.
-  std::int64_t Register();
-  // Also requires one. What is known of the others has to be learnt anew.
-  void RemoveSession(std::int64_t number);
+  void LoseAll();
+  void Register();
+  void BeginChange(std::optional<WriteTransaction>& transaction);
+  bool IsAlive(const LockProgram& other) const;
+  void RemoveDeadPrograms();
+  bool HoldsNow(const Seat& seat, const LockedView& thing);
+  const Seat* FindOtherHere(const Seat& seat, const LockedView& thing) const;
+  Elsewhere LookElsewhere(const LockedView& thing, std::string& refusal);
+  bool ClearTheDead(const LockedView& thing, std::string& refusal);
+  void ForgetHeld(Seat& seat);
 
-  fs::path file;
-  std::string holder;
-  Program program;
-  Gate gate;
-  std::unique_ptr<Database> database;
-  std::shared_ptr<Heartbeat> heartbeat;
-
-  std::int64_t session = 0;  // the number of our row in sessions; 0: none yet
-  ItemSet held;
-  ItemSet lost;  // held once, until others took us for dead
+  std::mutex mutex_;
+  LockFile file_;
+  ProgramRun run_ = ThisRun();
+  std::int64_t program_ = 0;  // our number in the file; 0: not registered
+  std::vector<Seat*> seats_;
+  std::map<LockedView, Seat*, LockedOrder> holders_;  // of our sessions; the views point into Seat::held
 
   // The version changes with the commits of others only. What it stood for is asked after it was read, so a
   // change in between shows the next time.
-  std::int64_t version = -1;
-  bool quiet = false;  // no other session held any lock at that version
+  std::int64_t version_ = -1;
+  bool quiet_ = false;  // no other program held any lock at that version
 
-  Statement readVersion{*database, "PRAGMA data_version"};
-  Statement look{*database,
-                 "SELECT (SELECT min(session) FROM locks), (SELECT max(session) FROM locks),"
-                 " EXISTS(SELECT 1 FROM sessions WHERE id = ?1)"};
-  Statement find{*database,
-                 "SELECT l.session, s.holder, s.machine, s.pid, s.started, s.heartbeat"
-                 " FROM locks l LEFT JOIN sessions s ON s.id = l.session"
-                 " WHERE l.account = ?1 AND l.tbl = ?2 AND l.id = ?3"};
-  Statement take{*database, "INSERT INTO locks(account, tbl, id, session) VALUES(?1, ?2, ?3, ?4)"};
-  Statement release{*database,
-                    "DELETE FROM locks WHERE account = ?1 AND tbl = ?2 AND id = ?3 AND session = ?4"};
-  Statement releaseTable{*database, "DELETE FROM locks WHERE account = ?1 AND tbl = ?2 AND session = ?3"};
-  Statement releaseAll{*database, "DELETE FROM locks WHERE session = ?1"};
+  std::condition_variable_any wake_;
+  std::jthread heartbeat_;  // last: it ends before what it uses
 };
 
-void Locks::State::Refresh() {
-  std::int64_t now = version;
-  {
-    ResetAtEnd reset(readVersion);
-    if (readVersion.Step()) now = readVersion.Integer(0);
-  }
-  if (now == version) return;
+// ---- The program and its sessions
 
-  ResetAtEnd reset(look);
-  look.BindInteger(1, session).Step();
-  quiet = look.IsNull(0) || (look.Integer(0) == session && look.Integer(1) == session);
-  if (session != 0 && look.Integer(2) == 0) {
-    lost.merge(held);
-    held.clear();
-    session = 0;
+std::shared_ptr<Locks::Sharing> Locks::Sharing::Of(const fs::path& path) {
+  static std::mutex mutex;
+  // A forked program has a sharing of its own.
+  static std::map<std::pair<pid_t, fs::path>, std::weak_ptr<Sharing>> all;
+  const fs::path file = fs::absolute(path);
+  const std::lock_guard guard(mutex);
+  std::erase_if(all, [](const auto& entry) { return entry.second.expired(); });
+  std::weak_ptr<Sharing>& known = all[{getpid(), file}];
+  std::shared_ptr<Sharing> sharing = known.lock();
+  if (sharing == nullptr) {
+    sharing = std::make_shared<Sharing>(file);
+    known = sharing;
   }
-  version = now;
+  return sharing;
 }
 
-std::optional<Owner> Locks::State::FindOwner(const ItemView& item) {
-  BindItem(find, item);
-  ResetAtEnd reset(find);
-  if (!find.Step()) return std::nullopt;
-  Owner owner;
-  owner.session = find.Integer(0);
-  owner.holder = find.Text(1);
-  owner.program = {std::string(find.Text(2)), find.Integer(3), find.Integer(4)};
-  owner.heartbeat = find.Integer(5);
-  return owner;
+Locks::Sharing::Sharing(const fs::path& file) : file_(file) {
+  Register();
+  // Signals are for the program's own threads.
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  heartbeat_ = std::jthread([this](const std::stop_token& stop) { BeatUntil(stop); });
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-bool Locks::State::IsAlive(const Owner& owner) const {
-  if (!program.machine.empty() && owner.program.machine == program.machine) return IsRunning(owner.program);
-  const std::int64_t silence = Milliseconds() - owner.heartbeat;
+Locks::Sharing::~Sharing() {
+  heartbeat_ = {};
+  try {
+    WriteTransaction transaction(file_.Connection());
+    file_.RemoveProgram(program_);
+    transaction.Commit();
+  } catch (const StoreFailure&) {
+    // Others find that the program has ended.
+  }
+}
+
+// A beat that fails (a full disk) is made up for by the next ones; only the seventh in a row makes the
+// program stale.
+void Locks::Sharing::BeatUntil(const std::stop_token& stop) {
+  std::unique_lock lock(mutex_);
+  while (!wake_.wait_for(lock, stop, kBeat, [&stop] { return stop.stop_requested(); })) {
+    try {
+      if (!file_.Beat(program_)) LoseAll();
+      if (program_ == 0) Register();
+    } catch (const StoreFailure&) {
+    }
+  }
+}
+
+// Learns what changed since the last look.
+void Locks::Sharing::Refresh() {
+  const std::int64_t now = file_.Version();
+  if (now == version_) return;
+  quiet_ = !file_.OthersHoldLocks(program_);
+  if (program_ != 0 && !file_.HasProgram(program_)) LoseAll();
+  version_ = now;
+}
+
+void Locks::Sharing::LoseAll() {
+  program_ = 0;
+  holders_.clear();
+  for (Seat* seat : seats_) {
+    seat->lost.merge(seat->held);
+    seat->held.clear();
+  }
+}
+
+// Gives the program and its sessions their rows, and clears away programs that died.
+void Locks::Sharing::Register() {
+  WriteTransaction transaction(file_.Connection());
+  RemoveDeadPrograms();
+  const std::int64_t program = file_.AddProgram(run_);
+  std::vector<LockFile::Session> sessions;
+  for (const Seat* seat : seats_)
+    sessions.push_back(file_.AddSession(program, seat->user, seat->from, seat->account, seat->since));
+  transaction.Commit();
+
+  program_ = program;
+  for (std::size_t place = 0; place < seats_.size(); ++place) seats_[place]->session = sessions[place];
+  version_ = -1;
+}
+
+// The write transaction, with this program in the file and all known of the others.
+void Locks::Sharing::BeginChange(std::optional<WriteTransaction>& transaction) {
+  for (;;) {
+    transaction.emplace(file_.Connection());
+    Refresh();
+    if (program_ != 0) return;
+    transaction.reset();
+    Register();
+  }
+}
+
+bool Locks::Sharing::IsAlive(const LockProgram& other) const {
+  if (!run_.machine.empty() && other.run.machine == run_.machine) return IsRunning(other.run);
+  const std::int64_t silence = MillisecondsNow() - other.heartbeat;
   return silence <= kStale.count() && silence >= -kStale.count();
 }
 
-bool Locks::State::FreeOfOthers(const ItemView& item, std::string& refusal) {
-  const std::optional<Owner> owner = FindOwner(item);
-  if (!owner || owner->session == session) return true;
-  if (!IsAlive(*owner)) {
-    RemoveSession(owner->session);
-    return true;
+// Requires a write transaction.
+void Locks::Sharing::RemoveDeadPrograms() {
+  for (const LockProgram& other : file_.Programs()) {
+    if (other.number == program_ || IsAlive(other)) continue;
+    file_.RemoveProgram(other.number);
+    version_ = -1;
   }
-  refusal = fmt::format("[920] item '{}' of {} is locked by {}", item.id, item.table, owner->holder);
-  return false;
 }
 
-std::int64_t Locks::State::Register() {
-  std::vector<std::int64_t> dead;
-  Statement others(*database, "SELECT id, machine, pid, started, heartbeat FROM sessions");
-  while (others.Step()) {
-    const Owner owner{others.Integer(0),
-                      {},
-                      {std::string(others.Text(1)), others.Integer(2), others.Integer(3)},
-                      others.Integer(4)};
-    if (!IsAlive(owner)) dead.push_back(owner.session);
-  }
-  for (const std::int64_t number : dead) RemoveSession(number);
-
-  Statement add(*database,
-                "INSERT INTO sessions(holder, machine, pid, started, heartbeat) VALUES(?1, ?2, ?3, ?4, ?5)");
-  add.BindBlob(1, holder).BindText(2, program.machine).BindInteger(3, program.pid);
-  add.BindInteger(4, program.started).BindInteger(5, Milliseconds()).Run();
-  return sqlite3_last_insert_rowid(database->Handle());
+void Locks::Sharing::Join(Seat& seat) {
+  const std::lock_guard guard(mutex_);
+  std::optional<WriteTransaction> transaction;
+  BeginChange(transaction);
+  const LockFile::Session session =
+      file_.AddSession(program_, seat.user, seat.from, seat.account, seat.since);
+  transaction->Commit();
+  seat.session = session;
+  seats_.push_back(&seat);
 }
 
-void Locks::State::RemoveSession(std::int64_t number) {
-  version = -1;
-  releaseAll.BindInteger(1, number).Run();
-  Statement(*database, "DELETE FROM sessions WHERE id = ?1").BindInteger(1, number).Run();
-}
-
-Locks::Locks(const fs::path& file, std::string_view holder) : state_(std::make_unique<State>(file, holder)) {}
-
-Locks::~Locks() {
-  if (state_->session == 0) return;
+void Locks::Sharing::Leave(Seat& seat) {
+  const std::lock_guard guard(mutex_);
+  ForgetHeld(seat);
+  std::erase(seats_, &seat);
   try {
-    WriteTransaction transaction(*state_->database);
-    state_->RemoveSession(state_->session);
+    WriteTransaction transaction(file_.Connection());
+    file_.RemoveSession(program_, seat.session.row);
     transaction.Commit();
   } catch (const StoreFailure&) {
-    // The locks stay until this program ends; there is nobody left to tell.
+    // For others the locks stay until this program ends; there is nobody left to tell.
   }
 }
+
+void Locks::Sharing::SetAccount(Seat& seat, std::string_view account) {
+  const std::lock_guard guard(mutex_);
+  file_.SetAccount(seat.session.row, account);
+  seat.account = account;
+}
+
+std::int32_t Locks::Sharing::NumberOf(const Seat& seat) {
+  const std::lock_guard guard(mutex_);
+  return seat.session.number;
+}
+
+// ---- Who holds what
+
+bool Locks::Sharing::HoldsNow(const Seat& seat, const LockedView& thing) {
+  if (!seat.held.contains(thing)) return false;
+  Refresh();
+  return seat.held.contains(thing);
+}
+
+// Another session of this program whose lock stands in the way; null: none.
+const Locks::Seat* Locks::Sharing::FindOtherHere(const Seat& seat, const LockedView& thing) const {
+  if (holders_.empty()) return nullptr;
+  const LockedView table = TableOf(thing);
+  const auto isOther = [&seat](const auto& entry) { return entry.second != &seat; };
+  if (!thing.id) {
+    auto holder = holders_.lower_bound(table);
+    while (holder != holders_.end() && IsOfTable(holder->first, table) && !isOther(*holder)) ++holder;
+    return holder != holders_.end() && IsOfTable(holder->first, table) ? holder->second : nullptr;
+  }
+  for (const LockedView& hindering : {table, thing}) {
+    const auto holder = holders_.find(hindering);
+    if (holder != holders_.end() && isOther(*holder)) return holder->second;
+  }
+  return nullptr;
+}
+
+Locks::Sharing::Elsewhere Locks::Sharing::LookElsewhere(const LockedView& thing, std::string& refusal) {
+  if (quiet_) return Elsewhere::kFree;
+  const std::optional<LockFile::Obstacle> obstacle = file_.FindObstacle(thing, program_);
+  if (!obstacle) return Elsewhere::kFree;
+  if (!IsAlive(obstacle->program)) return Elsewhere::kHeldByTheDead;
+  refusal = Refusal(thing, obstacle->user, obstacle->from);
+  return Elsewhere::kHeld;
+}
+
+// Requires a write transaction. False when a living program holds the thing; dead ones lose all their locks.
+bool Locks::Sharing::ClearTheDead(const LockedView& thing, std::string& refusal) {
+  for (;;) {
+    const Elsewhere found = LookElsewhere(thing, refusal);
+    if (found != Elsewhere::kHeldByTheDead) return found == Elsewhere::kFree;
+    RemoveDeadPrograms();
+  }
+}
+
+bool Locks::Sharing::Take(Seat& seat, const LockedView& thing, std::string& refusal) {
+  const std::lock_guard guard(mutex_);
+  if (HoldsNow(seat, thing)) return true;
+  if (const Seat* other = FindOtherHere(seat, thing)) {
+    refusal = Refusal(thing, other->user, other->from);
+    return false;
+  }
+  // What is refused doesn't wait for the writers of other programs.
+  if (!quiet_ && LookElsewhere(thing, refusal) == Elsewhere::kHeld) return false;
+
+  std::optional<WriteTransaction> transaction;
+  BeginChange(transaction);
+  if (!ClearTheDead(thing, refusal)) return false;
+  file_.AddLock(thing, program_, seat.session.row);
+  transaction->Commit();
+
+  const auto lost = seat.lost.find(thing);
+  if (lost != seat.lost.end()) seat.lost.erase(lost);
+  const auto held = seat.held.emplace(thing).first;
+  holders_.emplace(*held, &seat);
+  return true;
+}
+
+bool Locks::Sharing::Check(Seat& seat, const LockedView& thing, std::string& refusal) {
+  const std::lock_guard guard(mutex_);
+  if (const Seat* other = FindOtherHere(seat, thing)) {
+    refusal = Refusal(thing, other->user, other->from);
+    return false;
+  }
+  Refresh();
+  if (!seat.lost.empty() && seat.lost.contains(thing)) {
+    refusal = fmt::format(
+        "[920] the lock of item '{}' of {} was lost, as this program showed no heartbeat for {} s; "
+        "read the item again",
+        thing.id.value_or(""), thing.table, kStale.count() / 1000);
+    return false;
+  }
+  const Elsewhere found = LookElsewhere(thing, refusal);
+  if (found != Elsewhere::kHeldByTheDead) return found == Elsewhere::kFree;
+  std::optional<WriteTransaction> transaction;
+  BeginChange(transaction);
+  if (!ClearTheDead(thing, refusal)) return false;
+  transaction->Commit();
+  return true;
+}
+
+bool Locks::Sharing::Holds(const Seat& seat, const LockedView& thing) {
+  const std::lock_guard guard(mutex_);
+  return HoldsNow(seat, thing);
+}
+
+// ---- Releases: one statement each, so the file changes whole or not at all.
+
+void Locks::Sharing::Release(Seat& seat, const LockedView& thing) {
+  const std::lock_guard guard(mutex_);
+  const auto lost = seat.lost.find(thing);
+  if (lost != seat.lost.end()) seat.lost.erase(lost);
+  const auto held = seat.held.find(thing);
+  if (held == seat.held.end()) return;
+  file_.RemoveLock(thing, seat.session.row);
+  holders_.erase(*held);
+  seat.held.erase(held);
+}
+
+void Locks::Sharing::ReleaseTable(Seat& seat, const LockedView& table) {
+  const std::lock_guard guard(mutex_);
+  EraseTable(seat.lost, table);
+  auto held = seat.held.lower_bound(table);
+  if (held == seat.held.end() || !IsOfTable(*held, table)) return;
+  file_.RemoveLocksOfTable(table.account, table.table, seat.session.row);
+  for (; held != seat.held.end() && IsOfTable(*held, table); ++held) holders_.erase(*held);
+  EraseTable(seat.held, table);
+}
+
+void Locks::Sharing::ReleaseAll(Seat& seat) {
+  const std::lock_guard guard(mutex_);
+  seat.lost.clear();
+  if (seat.held.empty()) return;
+  file_.RemoveLocks(program_, seat.session.row);
+  ForgetHeld(seat);
+}
+
+void Locks::Sharing::ForgetHeld(Seat& seat) {
+  for (const Locked& held : seat.held) holders_.erase(held);
+  seat.held.clear();
+}
+
+// ---- Lists
+
+std::vector<ListedSession> Locks::Sharing::AllSessions() {
+  const std::lock_guard guard(mutex_);
+  std::optional<WriteTransaction> transaction;
+  BeginChange(transaction);
+  RemoveDeadPrograms();
+  transaction->Commit();
+  return file_.Sessions();
+}
+
+std::vector<ListedLock> Locks::Sharing::AllLocks() {
+  const std::lock_guard guard(mutex_);
+  std::optional<WriteTransaction> transaction;
+  BeginChange(transaction);
+  RemoveDeadPrograms();
+  transaction->Commit();
+  return file_.Locks();
+}
+
+// ---- A session's view
+
+Locks::Locks(const fs::path& file, std::string_view user, std::string_view from)
+    : sharing_(Sharing::Of(file)), seat_(std::make_unique<Seat>()) {
+  seat_->user = user;
+  seat_->from = from;
+  sharing_->Join(*seat_);
+}
+
+Locks::~Locks() { sharing_->Leave(*seat_); }
+
+std::int32_t Locks::Number() const { return sharing_->NumberOf(*seat_); }
+void Locks::SetAccount(std::string_view account) { sharing_->SetAccount(*seat_, account); }
 
 bool Locks::Take(std::string_view account, std::string_view table, std::string_view id,
                  std::string& refusal) {
-  const ItemView item{account, table, id};
-  if (Holds(account, table, id)) return true;
+  return sharing_->Take(*seat_, {account, table, id}, refusal);
+}
 
-  // The heartbeat runs before the lock is there for others to judge.
-  if (state_->heartbeat == nullptr) state_->heartbeat = Heartbeat::Of(state_->file, state_->program);
-  WriteTransaction transaction(*state_->database);
-  state_->Refresh();
-  if (!state_->FreeOfOthers(item, refusal)) return false;
-  const std::int64_t session = state_->session != 0 ? state_->session : state_->Register();
-  BindItem(state_->take, item);
-  state_->take.BindInteger(4, session).Run();
-  transaction.Commit();
-
-  state_->session = session;
-  EraseItem(state_->lost, item);
-  state_->held.emplace(item);
-  return true;
+bool Locks::TakeTable(std::string_view account, std::string_view table, std::string& refusal) {
+  return sharing_->Take(*seat_, {account, table, std::nullopt}, refusal);
 }
 
 bool Locks::Check(std::string_view account, std::string_view table, std::string_view id,
                   std::string& refusal) {
-  State& state = *state_;
-  state.Refresh();
-  if (state.quiet && state.lost.empty()) return true;
-
-  const ItemView item{account, table, id};
-  if (state.lost.contains(item)) {
-    refusal = fmt::format(
-        "[920] the lock of item '{}' of {} was lost, as this program showed no heartbeat for {} s; "
-        "read the item again",
-        id, table, kStale.count() / 1000);
-    return false;
-  }
-  const std::optional<Owner> owner = state.FindOwner(item);
-  if (!owner || owner->session == state.session) return true;
-  WriteTransaction transaction(*state.database);
-  if (!state.FreeOfOthers(item, refusal)) return false;
-  transaction.Commit();
-  return true;
+  return sharing_->Check(*seat_, {account, table, id}, refusal);
 }
 
 bool Locks::Holds(std::string_view account, std::string_view table, std::string_view id) const {
-  const ItemView item{account, table, id};
-  if (!state_->held.contains(item)) return false;
-  state_->Refresh();
-  return state_->held.contains(item);
+  return sharing_->Holds(*seat_, {account, table, id});
 }
 
 void Locks::Release(std::string_view account, std::string_view table, std::string_view id) {
-  const ItemView item{account, table, id};
-  EraseItem(state_->lost, item);
-  const auto held = state_->held.find(item);
-  if (held == state_->held.end()) return;
-  BindItem(state_->release, item);
-  state_->release.BindInteger(4, state_->session).Run();
-  state_->held.erase(held);
+  sharing_->Release(*seat_, {account, table, id});
 }
 
 void Locks::ReleaseTable(std::string_view account, std::string_view table) {
-  EraseTable(state_->lost, account, table);
-  const auto first = state_->held.lower_bound(ItemView{account, table, {}});
-  if (first == state_->held.end() || first->account != account || first->table != table) return;
-  state_->releaseTable.BindBlob(1, account).BindBlob(2, table).BindInteger(3, state_->session).Run();
-  EraseTable(state_->held, account, table);
+  sharing_->ReleaseTable(*seat_, {account, table, std::nullopt});
 }
 
-void Locks::ReleaseAll() {
-  state_->lost.clear();
-  if (state_->held.empty()) return;
-  state_->releaseAll.BindInteger(1, state_->session).Run();
-  state_->held.clear();
-}
+void Locks::ReleaseAll() { sharing_->ReleaseAll(*seat_); }
+
+std::vector<ListedSession> Locks::AllSessions() const { return sharing_->AllSessions(); }
+std::vector<ListedLock> Locks::AllLocks() const { return sharing_->AllLocks(); }
 
 }  // namespace nvadmin::engine

@@ -18,9 +18,11 @@
 #include "engine/Home.h"
 #include "engine/stores/OpenStore.h"
 #include "engine/stores/Store.h"
+#include "host/PasswordPrompt.h"
 #include "host/ScreenText.h"
 #include "host/StreamPort.h"
 #include "host/TerminalPort.h"
+#include "host/Users.h"
 #include "samples/Demo.h"
 
 namespace nvadmin::host {
@@ -41,6 +43,16 @@ std::string UserName() {
   passwd* found = nullptr;
   getpwuid_r(number, &entry, text.data(), text.size(), &found);
   return found != nullptr ? found->pw_name : fmt::format("uid{}", number);
+}
+
+// Where the user of this program sits: the terminal, or the process where there is none.
+std::string Seat() {
+  constexpr std::string_view kDevices = "/dev/";
+  std::array<char, 256> name{};
+  if (ttyname_r(STDIN_FILENO, name.data(), name.size()) != 0) return fmt::format("process {}", getpid());
+  std::string_view terminal = name.data();
+  if (terminal.starts_with(kDevices)) terminal.remove_prefix(kDevices.size());
+  return fmt::format("terminal {}", engine::ForeignText(terminal));
 }
 
 // The account to enter, as the user or its being the only one says; empty, with the complaint made, when that
@@ -108,6 +120,7 @@ ExitCode RunSession(engine::Home& home, const CommandSettings& settings, const G
   session.account = ChooseAccount(home, settings);
   if (session.account.empty()) return ExitCode::kNoEntry;
   session.user = UserName();
+  session.from = Seat();
   session.sentences = sentences;
   session.trace = OpenTrace(settings.trace);
 
@@ -158,6 +171,18 @@ ExitCode WithHome(const CommandSettings& settings, bool makeHome, const Action& 
   }
 }
 
+// Runs what changes the users; a refusal is told.
+template <typename Change>
+ExitCode ChangeUsers(const CommandSettings& settings, const Change& change) {
+  return WithHome(settings, /*makeHome=*/false, [&](engine::Home& home) {
+    Users users(home);
+    std::string error;
+    if (change(users, error)) return ExitCode::kFine;
+    if (!error.empty()) Complain(error);
+    return ExitCode::kFailed;
+  });
+}
+
 }  // namespace
 
 ExitCode RunTcl(const CommandSettings& settings, const GivenSentences& sentences) {
@@ -172,6 +197,11 @@ ExitCode RunDemo(const CommandSettings& settings, const GivenSentences& sentence
     if (inDemo.account.empty()) inDemo.account = samples::kDemoAccount;
     return RunSession(home, inDemo, sentences);
   });
+}
+
+ExitCode RunServe(const CommandSettings& settings, const ServeSettings& serve) {
+  return WithHome(settings, /*makeHome=*/false,
+                  [&](engine::Home& home) { return Serve(home, serve, OpenTrace(settings.trace)); });
 }
 
 ExitCode AddAccount(const CommandSettings& settings, std::string_view name, std::string_view datastore) {
@@ -199,11 +229,47 @@ ExitCode ListAccounts(const CommandSettings& settings) {
 
 ExitCode RemoveAccount(const CommandSettings& settings, std::string_view name) {
   return WithHome(settings, /*makeHome=*/false, [&](engine::Home& home) {
+    Users(home).ForgetAccount(name);
     if (home.RemoveAccount(name)) return ExitCode::kFine;
     Complain(fmt::format("there is no account {}; 'nvadmin account list' shows the accounts",
                          engine::ForeignText(name)));
     return ExitCode::kFailed;
   });
+}
+
+ExitCode AddUser(const CommandSettings& settings, std::string_view name,
+                 const std::vector<std::string>& accounts) {
+  return ChangeUsers(settings, [&](Users& users, std::string& error) {
+    if (!users.CanAdd(name, accounts, error)) return false;
+    const std::optional<std::string> password = AskNewPassword(name);
+    return password && users.Add(name, accounts, *password, error);
+  });
+}
+
+ExitCode SetPassword(const CommandSettings& settings, std::string_view name) {
+  return ChangeUsers(settings, [&](Users& users, std::string& error) {
+    if (!users.Has(name, error)) return false;
+    const std::optional<std::string> password = AskNewPassword(name);
+    return password && users.SetPassword(name, *password, error);
+  });
+}
+
+ExitCode SetUserAccounts(const CommandSettings& settings, std::string_view name,
+                         const std::vector<std::string>& accounts) {
+  return ChangeUsers(
+      settings, [&](Users& users, std::string& error) { return users.SetAccounts(name, accounts, error); });
+}
+
+ExitCode ListUsers(const CommandSettings& settings) {
+  return WithHome(settings, /*makeHome=*/false, [](engine::Home& home) {
+    for (const User& user : Users(home).All())
+      fmt::print("{:<20} {}\n", user.name, fmt::join(user.accounts, ","));
+    return ExitCode::kFine;
+  });
+}
+
+ExitCode RemoveUser(const CommandSettings& settings, std::string_view name) {
+  return ChangeUsers(settings, [&](Users& users, std::string& error) { return users.Remove(name, error); });
 }
 
 }  // namespace nvadmin::host

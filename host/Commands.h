@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/Serve.h"
 #include "host/TclSession.h"
 
 namespace nvadmin::host {
@@ -30,5 +31,18 @@ ExitCode RunDemo(const CommandSettings& settings, const GivenSentences& sentence
 ExitCode AddAccount(const CommandSettings& settings, std::string_view name, std::string_view datastore);
 ExitCode ListAccounts(const CommandSettings& settings);
 ExitCode RemoveAccount(const CommandSettings& settings, std::string_view name);
+
+// Who may log in to a server on the home. AddUser and SetPassword ask for the password.
+ExitCode AddUser(const CommandSettings& settings, std::string_view name,
+                 const std::vector<std::string>& accounts);
+ExitCode SetPassword(const CommandSettings& settings, std::string_view name);
+ExitCode SetUserAccounts(const CommandSettings& settings, std::string_view name,
+                         const std::vector<std::string>& accounts);
+ExitCode ListUsers(const CommandSettings& settings);
+ExitCode RemoveUser(const CommandSettings& settings, std::string_view name);
+
+// Serves the home until a signal ends it: SIGTERM or SIGINT lets what runs end, for ten seconds at most; a second
+// one ends at once.
+ExitCode RunServe(const CommandSettings& settings, const ServeSettings& serve);
 
 }  // namespace nvadmin::host

@@ -6,20 +6,12 @@
 #include <string>
 #include <string_view>
 
-#include "engine/Port.h"
 #include "host/ScreenText.h"
-#include "session/EngineCallBack.h"
+#include "host/SessionPort.h"
 
 namespace nvadmin::host {
 
-// The port is gone; what() is empty where there is nothing to say (the reader of a pipe went away).
-struct PortLost : EngineFailure {
-  using EngineFailure::EngineFailure;
-};
-
-// Once the output can't be written any more, each Write and Flush fails with PortLost, and each reading gives
-// kLost.
-class ScreenPort : public engine::Port {
+class ScreenPort : public SessionPort {
  public:
   // `output` is a file descriptor, lent. inputEchoes: what is typed shows on the same screen, its line end
   // included; otherwise the port ends the line of a question itself when the answer comes.
@@ -33,15 +25,11 @@ class ScreenPort : public engine::Port {
     return screen_.CursorString(column, row);
   }
 
-  // The next sentence typed at the prompt, which stands on the open line.
-  engine::InputResult ReadSentence(std::string& sentence);
-  // Ends the open line, if there is one.
-  void EndOpenLine();
-  // UTF-8.
-  const std::string& OpenLine() const { return screen_.OpenLine(); }
-  bool IsLost() const { return lost_; }
-  // Lines that came in but hold what the code page can't; each was refused by name.
-  int RefusedLines() const { return refusedLines_; }
+  engine::InputResult ReadSentence(std::string& sentence) final;
+  void EndOpenLine() final;
+  std::string_view OpenLine() const final { return screen_.OpenLine(); }  // UTF-8
+  bool IsLost() const final { return lost_; }
+  int RefusedLines() const final { return refusedLines_; }
 
  protected:
   enum class Asked { kSentence, kAnswer };

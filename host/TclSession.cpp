@@ -7,7 +7,9 @@
 
 #include "engine/CodePage.h"
 #include "engine/Marks.h"
+#include "engine/sentences/Arguments.h"
 #include "engine/sentences/Verbs.h"
+#include "host/ScreenText.h"
 #include "session/basNvLibrary.h"
 
 namespace nvadmin::host {
@@ -60,7 +62,9 @@ void Complain(std::string_view text) {
 ExitCode TclSession::Run() {
   std::optional<engine::EngineSession> engine;
   try {
-    engine.emplace(home_, port_, settings_.account, settings_.user);
+    engine.emplace(home_, port_,
+                   engine::SessionSettings{settings_.account, settings_.user, settings_.from,
+                                           settings_.mayEnter, settings_.onRefusedWrite});
     TraceTo(settings_.trace);
     bp_.emplace().CallBack(&*engine);
     account_ = engine->CurrentAccount();
@@ -100,6 +104,7 @@ void TclSession::Serve(engine::EngineSession& engine) {
     PrintLine("Account " + account_.name + ". HELP shows the verbs, OFF ends the session.");
   std::string sentence;
   while (NextSentence(sentence)) {
+    engine::BlankTabs(sentence);
     const std::string_view trimmed = TrimBlanks(sentence);
     if (trimmed.empty()) continue;
     const Outcome outcome = ServeSentence(engine, trimmed);
@@ -137,7 +142,7 @@ bool TclSession::NextGivenSentence(std::string& sentence) {
 
 // Reports leave a prompt of their own behind.
 void TclSession::Prompt() {
-  const std::string& open = port_.OpenLine();
+  const std::string_view open = port_.OpenLine();
   if (open == kPrompt || open == ": ") return;
   port_.EndOpenLine();
   port_.Write(kPrompt, /*lineEnd=*/false);
@@ -165,13 +170,21 @@ TclSession::Outcome TclSession::ServeSentence(engine::EngineSession& engine, std
     outcome = Outcome::kFailed;
     if (failureText.empty()) failureText = failure.what();
   }
-  if (!failureText.empty() && !port_.IsLost()) PrintLine(failureText);
+  if (!failureText.empty() && !port_.IsLost()) {
+    // What failed may have left a form on the screen.
+    if (port_.ShowsPages()) PrintLine("<TERMINAL>");
+    PrintLine(failureText);
+  }
   return outcome;
 }
 
 TclSession::Outcome TclSession::RunSentence(engine::EngineSession& engine, std::string_view sentence) {
   const engine::Verb* verb = engine::FindVerb(sentence);
-  if (verb != nullptr && verb->kind == engine::VerbKind::kPrompt) return Outcome::kOff;
+  if (verb != nullptr && verb->kind == engine::VerbKind::kPrompt) {
+    const Outcome outcome = RunPromptVerb(verb->word, sentence);
+    LendAgainAfterLogto(engine);
+    return outcome;
+  }
   if (verb != nullptr && verb->kind == engine::VerbKind::kAddIn) {
     bp_->CmdSentence(sentence);
     bp_->Query();
@@ -185,6 +198,23 @@ TclSession::Outcome TclSession::RunSentence(engine::EngineSession& engine, std::
   if (error.empty()) return Outcome::kFine;
   if (!AddInShowsFailure(verb)) PrintLine(std::string(error));
   return Outcome::kFailed;
+}
+
+TclSession::Outcome TclSession::RunPromptVerb(std::string_view word, std::string_view sentence) {
+  if (word == "MENU") {
+    if (!port_.ShowsPages()) {
+      PrintLine("MENU needs a browser: this is a terminal");
+      return Outcome::kFailed;
+    }
+    bp_->UMenu();
+    return Outcome::kFine;
+  }
+  if (word == "NV.BACKSRV") {
+    bp_->CmdSentence(sentence);
+    bp_->Query();
+    return Outcome::kFine;
+  }
+  return Outcome::kOff;
 }
 
 void TclSession::LendAgainAfterLogto(engine::EngineSession& engine) {

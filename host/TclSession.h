@@ -17,7 +17,7 @@
 
 #include "engine/EngineSession.h"
 #include "engine/Home.h"
-#include "host/ScreenPort.h"
+#include "host/SessionPort.h"
 #include "session/BP.h"
 
 namespace nvadmin::host {
@@ -31,8 +31,12 @@ enum class ExitCode {
 };
 
 struct TclSettings {
+  // What the engine's session is told: see engine::SessionSettings.
   std::string account;
   std::string user;
+  std::string from;
+  std::function<bool(std::string_view account)> mayEnter;
+  std::function<void(const engine::RefusedWrite&)> onRefusedWrite;
   // The sentences to run, in UTF-8; without them the port is asked for sentences.
   std::optional<std::vector<std::string>> sentences;
   // A person types the sentences: prompts are shown, and failures don't count in the exit code.
@@ -44,7 +48,7 @@ struct TclSettings {
 class TclSession {
  public:
   // Home and port are lent.
-  TclSession(engine::Home& home, ScreenPort& port, TclSettings settings)
+  TclSession(engine::Home& home, SessionPort& port, TclSettings settings)
       : home_(home), port_(port), settings_(std::move(settings)) {}
 
   // Runs the session until OFF, the end of its sentences or the loss of the port. What can't be shown on the
@@ -63,12 +67,13 @@ class TclSession {
   void Prompt();
   Outcome ServeSentence(engine::EngineSession& engine, std::string_view sentence);
   Outcome RunSentence(engine::EngineSession& engine, std::string_view sentence);
+  Outcome RunPromptVerb(std::string_view word, std::string_view sentence);
   void LendAgainAfterLogto(engine::EngineSession& engine);
   void PrintLine(std::string_view text);
   void SetRunning(engine::EngineSession* engine);
 
   engine::Home& home_;
-  ScreenPort& port_;
+  SessionPort& port_;
   TclSettings settings_;
   std::optional<BP> bp_;     // made on the session's thread
   engine::Account account_;  // as the add-in knows it

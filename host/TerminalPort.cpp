@@ -82,7 +82,7 @@ void TerminalPort::Notify(int signal) {
 
 engine::InputResult TerminalPort::WaitForLine(std::string& utf8, Asked asked) {
   if (asked == Asked::kSentence) interrupted_ = false;
-  std::string prompt = OpenLine();
+  std::string prompt(OpenLine());
   for (;;) {
     StartRow(prompt);
     const std::unique_ptr<char, decltype(&std::free)> typed(readline(prompt.c_str()), std::free);

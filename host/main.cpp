@@ -25,6 +25,9 @@ struct Given {
   std::vector<std::string> sentences;
   std::string account;
   std::string datastore;
+  std::string user;
+  std::vector<std::string> userAccounts;
+  nvadmin::host::ServeSettings serve;
   std::function<ExitCode()> run;  // of the command chosen
 };
 
@@ -74,6 +77,91 @@ void AddAccountCommands(CLI::App& app, Given& given) {
   });
 }
 
+CLI::App* AddUserCommand(CLI::App& user, Given& given, const char* word, const char* help) {
+  CLI::App* command = user.add_subcommand(word, help);
+  command->add_option("NAME", given.user, "The user; letter case doesn't matter")->required();
+  return command;
+}
+
+void AddUserAccountsOption(CLI::App& command, Given& given) {
+  command.add_option("--account", given.userAccounts, "The accounts to enter; '*' is every account")
+      ->type_name("A,B")
+      ->delimiter(',')
+      ->allow_extra_args(false)
+      ->required();
+}
+
+void AddUserCommands(CLI::App& app, Given& given) {
+  CLI::App* user = app.add_subcommand("user", "Add, change, list and remove the users of a server");
+  user->require_subcommand(1);
+  user->footer("A password is asked for at the terminal, else read from standard input, one line.");
+  CLI::App* add = AddUserCommand(*user, given, "add", "Add a user; asks for the password");
+  AddUserAccountsOption(*add, given);
+  add->callback([&given] {
+    given.run = [&given] { return nvadmin::host::AddUser(given.settings, given.user, given.userAccounts); };
+  });
+  AddUserCommand(*user, given, "passwd", "Ask for a new password")->callback([&given] {
+    given.run = [&given] { return nvadmin::host::SetPassword(given.settings, given.user); };
+  });
+  CLI::App* accounts = AddUserCommand(*user, given, "accounts", "Set the accounts that a user may enter");
+  AddUserAccountsOption(*accounts, given);
+  accounts->callback([&given] {
+    given.run = [&given] {
+      return nvadmin::host::SetUserAccounts(given.settings, given.user, given.userAccounts);
+    };
+  });
+  user->add_subcommand("list", "List the users and their accounts")->callback([&given] {
+    given.run = [&given] { return nvadmin::host::ListUsers(given.settings); };
+  });
+  AddUserCommand(*user, given, "remove", "Remove a user; sessions under way go on")->callback([&given] {
+    given.run = [&given] { return nvadmin::host::RemoveUser(given.settings, given.user); };
+  });
+}
+
+// A number of something, in the unit that the option's text tells.
+template <typename Duration>
+CLI::Option* AddSeconds(CLI::App& command, const char* name, Duration& seconds, const char* help) {
+  return command
+      .add_option_function<std::int64_t>(
+          name, [&seconds](const std::int64_t& number) { seconds = Duration(number); }, help)
+      ->type_name("SECONDS")
+      ->check(CLI::Range(std::int64_t{1}, std::int64_t{10'000'000}))
+      ->default_str(std::to_string(seconds.count()));
+}
+
+CLI::Option* AddCount(CLI::App& command, const char* name, std::size_t& count, const char* help) {
+  return command.add_option(name, count, help)
+      ->type_name("NUMBER")
+      ->check(CLI::Range(std::size_t{1}, std::size_t{1} << 40))
+      ->capture_default_str();
+}
+
+void AddServeCommand(CLI::App& app, Given& given) {
+  CLI::App* serve = app.add_subcommand("serve", "Serve terminals and client programs over the network");
+  nvadmin::host::ServeSettings& settings = given.serve;
+  serve->add_option("--line", settings.line, "The line server's address; port 0 takes one that is free")
+      ->type_name("HOST:PORT")
+      ->required();
+  serve->add_option("--tls-cert", settings.certificate, "Serve under TLS: the certificate chain, PEM")
+      ->type_name("FILE");
+  serve->add_option("--tls-key", settings.key, "Its private key, PEM")->type_name("FILE");
+  serve->add_flag("--insecure", settings.insecure, "Allow plain text beyond this machine");
+  AddCount(*serve, "--max-line", settings.lineLimits.lineBytes, "Longest line that a client may send");
+  AddCount(*serve, "--max-request", settings.lineLimits.requestBytes,
+           "Longest request, over all of its lines");
+  AddSeconds(*serve, "--idle", settings.lineLimits.idle, "End a session that waits this long for a line");
+  AddSeconds(*serve, "--stall", settings.lineLimits.stall,
+             "End a session whose client takes nothing for this long");
+  AddSeconds(*serve, "--log-in", settings.logIn, "Time for a log-in");
+  AddCount(*serve, "--max-sessions", settings.sessionLimits.all, "Most sessions at once");
+  AddCount(*serve, "--max-sessions-per-address", settings.sessionLimits.perAddress,
+           "Most sessions at once from one address");
+  serve->footer(
+      "SIGTERM or SIGINT ends the server: what runs may end within ten seconds; a second one ends at once.");
+  serve->callback(
+      [&given] { given.run = [&given] { return nvadmin::host::RunServe(given.settings, given.serve); }; });
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -98,6 +186,8 @@ int main(int argc, char** argv) {
       ->type_name("FILE");
   AddSessionCommands(app, given);
   AddAccountCommands(app, given);
+  AddUserCommands(app, given);
+  AddServeCommand(app, given);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

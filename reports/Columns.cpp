@@ -198,8 +198,8 @@ std::string StoredCell(const ReportColumn& column, std::string_view dataItem, st
 
 // Value i is converted as the cell stands after the values before it. Only attribute 1 of the cell has
 // values; behind its last one a value is empty, and a result there makes the values up to it.
-void ConvertCell(const ReportColumn& column, std::string& cell) {
-  if (column.conversion.empty() || cell.empty()) return;
+void ConvertValues(std::string& cell, std::string_view conversion, Inconvertible inconvertible) {
+  if (cell.empty()) return;
   const std::int32_t count = DDCount(cell, ValueMark);
   const std::size_t attributeEnd = cell.find(AttributeMark);
   std::string behind = attributeEnd == std::string::npos ? std::string() : cell.substr(attributeEnd);
@@ -210,8 +210,8 @@ void ConvertCell(const ReportColumn& column, std::string& cell) {
   for (std::int32_t place = 1; place <= count; ++place) {
     const bool exists = waiting.TakeNext(value);
     if (!exists) value.clear();
-    std::string result = OOConv(value, column.conversion);
-    if (result == kInconvertible) {
+    std::string result = OOConv(value, conversion);
+    if (inconvertible == Inconvertible::kStaysStored && result == kInconvertible) {
       if (exists) {
         done.Add(value);
       } else {
@@ -229,6 +229,10 @@ void ConvertCell(const ReportColumn& column, std::string& cell) {
     if (mark != std::string::npos) waiting.PutFirst(result.substr(mark + 1));
   }
   cell = Concat({done.Take(), waiting.TakeAll(), behind});
+}
+
+void ConvertCell(const ReportColumn& column, std::string& cell) {
+  if (!column.conversion.empty()) ConvertValues(cell, column.conversion, Inconvertible::kStaysStored);
 }
 
 }  // namespace nvadmin

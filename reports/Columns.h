@@ -44,8 +44,11 @@ ReportColumns PrepareColumns(const ReportSentence& report);
 // column.hasData.
 std::string StoredCell(const ReportColumn& column, std::string_view dataItem, std::string_view itemId,
                        std::string_view dataFile);
-// Applies the output conversion to each value of the cell; a value that can't be converted stays as it is
-// stored.
+// What becomes of a value that can't be converted: it stays, or the helper's answer "####" takes its place.
+enum class Inconvertible { kStaysStored, kShowsAnswer };
+// Applies an output conversion to each value of the cell.
+void ConvertValues(std::string& cell, std::string_view conversion, Inconvertible inconvertible);
+// Applies the column's output conversion; a value that can't be converted stays as it is stored.
 void ConvertCell(const ReportColumn& column, std::string& cell);
 
 }  // namespace nvadmin

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "backserver/basNvBacksrv.h"
 #include "queries/basTCLX.h"
 #include "reports/TerminalReport.h"
 #include "session/SessionState.h"
@@ -42,7 +43,8 @@ struct ServedWord {
   void (*serve)();
 };
 
-constexpr std::array<ServedWord, 5> kServedWords = {{
+constexpr std::array<ServedWord, 6> kServedWords = {{
+    {"NV.BACKSRV", BackServer},
     {"PSELECT", SelectAndSave},
     {"SSELECT", SelectAndSave},
     {"SELECT", ServeSelect},

@@ -23,6 +23,20 @@ std::string_view FirstWord(std::string_view sentence) {
   return sentence.substr(start, sentence.find_first_of(kWordEnds, start) - start);
 }
 
+void BlankTabs(std::string& sentence) {
+  if (sentence.find('\t') == std::string::npos) return;
+  bool behindLetter = false;
+  for (std::size_t at = 0; at < sentence.size(); ++at) {
+    const char letter = sentence[at];
+    const bool isQuote = !behindLetter && kQuotes.find(letter) != std::string_view::npos;
+    const std::size_t close = isQuote ? sentence.find(letter, at + 1) : std::string::npos;
+    if (close != std::string::npos) at = close;
+    if (letter == '\t') sentence[at] = ' ';
+    behindLetter = IsDigit(letter) || (Capital(letter) >= 'A' && Capital(letter) <= 'Z') ||
+                   static_cast<unsigned char>(letter) >= 0x80;
+  }
+}
+
 std::string Counted(std::size_t number, std::string_view noun) {
   return fmt::format("{} {}{}", number, noun, number == 1 ? "" : "s");
 }

@@ -14,6 +14,10 @@ namespace nvadmin::engine {
 // The first word of a sentence, ended by a blank, tab or line end; quotes mean nothing in it.
 std::string_view FirstWord(std::string_view sentence);
 
+// Turns the tabs of a sentence into blanks, but for those in quotes: a quote begins where no letter or digit
+// stands before it, and goes to the next one of its kind.
+void BlankTabs(std::string& sentence);
+
 // "1 item", "2 items".
 std::string Counted(std::size_t number, std::string_view noun);
 

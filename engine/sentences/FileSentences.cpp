@@ -26,36 +26,44 @@ bool FindDictionary(EngineSession& session, std::string_view file, std::string& 
   return store.OpenTable(dictionary, table, error) && store.Describe(table).layout != Layout::kBuiltIn;
 }
 
-// Whether another session holds an item that is in the table; `refusal` then names it. What the session holds
-// itself is no hindrance.
-bool IsLockedByAnother(EngineSession& session, TableHandle table, std::string& refusal) {
-  Store& store = session.CurrentStore();
-  const std::string name = store.Describe(table).name;
-  const std::string& account = session.CurrentAccount().name;
-  bool locked = false;
-  store.Scan(table, {}, [&](std::string_view id, std::span<const std::string_view>) {
-    locked = !session.ItemLocks().Check(account, name, id, refusal);
-    return !locked;
-  });
-  return locked;
-}
-
-// Opens the table of a file that is to lose its items. False, with the reason, when it isn't there or is in
-// use.
-bool ClaimFile(EngineSession& session, std::string_view file, SentenceResult& refusal) {
-  session.CommitWrites();
-  TableHandle table = 0;
-  std::string error;
-  refusal.ok = false;
-  if (!session.CurrentStore().OpenTable(file, table, error)) {
-    refusal.text = session.UnknownFile(file);
-    return false;
+// A file that is to lose its items: while the claim lives no other session can lock or write one.
+class FileClaim {
+ public:
+  explicit FileClaim(EngineSession& session) : session_(session) {}
+  ~FileClaim() {
+    if (table_.empty()) return;
+    // What can't be released goes with the session.
+    try {
+      session_.ItemLocks().ReleaseTable(account_, table_);
+    } catch (const StoreFailure&) {
+    }
   }
-  if (IsLockedByAnother(session, table, refusal.text)) return false;
-  session.ItemLocks().ReleaseTable(session.CurrentAccount().name,
-                                   session.CurrentStore().Describe(table).name);
-  return true;
-}
+  FileClaim(const FileClaim&) = delete;
+  FileClaim& operator=(const FileClaim&) = delete;
+
+  // False, with the reason, when the file isn't there or another session holds an item of it. What the
+  // session holds itself is no hindrance, and is released with the claim.
+  bool Take(std::string_view file, SentenceResult& refusal) {
+    session_.CommitWrites();
+    TableHandle table = 0;
+    std::string error;
+    refusal.ok = false;
+    if (!session_.CurrentStore().OpenTable(file, table, error)) {
+      refusal.text = session_.UnknownFile(file);
+      return false;
+    }
+    const std::string name = session_.CurrentStore().Describe(table).name;
+    account_ = session_.CurrentAccount().name;
+    if (!session_.ItemLocks().TakeTable(account_, name, refusal.text)) return false;
+    table_ = name;
+    return true;
+  }
+
+ private:
+  EngineSession& session_;
+  std::string account_;
+  std::string table_;  // empty: none claimed
+};
 
 SentenceResult ListFiles(EngineSession& session, std::string_view sentence) {
   Arguments arguments(sentence);
@@ -112,7 +120,8 @@ SentenceResult ClearFile(EngineSession& session, std::string_view sentence) {
   std::string file;
   if (!arguments.TakeFile(file) || !arguments.End()) return arguments.Refusal();
   SentenceResult refusal;
-  if (!ClaimFile(session, file, refusal)) return refusal;
+  FileClaim claim(session);
+  if (!claim.Take(file, refusal)) return refusal;
   if (!session.CurrentStore().ClearTable(file, refusal.text)) return refusal;
   Printout printout(session);
   printout.Line(fmt::format("file {} cleared", Quoted(file)));
@@ -125,8 +134,9 @@ SentenceResult DeleteFile(EngineSession& session, std::string_view sentence) {
   if (!arguments.TakeFile(file) || !arguments.End()) return arguments.Refusal();
   const bool hasDictionary = FindDictionary(session, file, dictionary);
   SentenceResult refusal;
-  if (!ClaimFile(session, file, refusal)) return refusal;
-  if (hasDictionary && !ClaimFile(session, dictionary, refusal)) return refusal;
+  FileClaim claim(session), dictionaryClaim(session);
+  if (!claim.Take(file, refusal)) return refusal;
+  if (hasDictionary && !dictionaryClaim.Take(dictionary, refusal)) return refusal;
 
   Store& store = session.CurrentStore();
   if (!store.DropTable(file, refusal.text)) return refusal;

@@ -57,7 +57,7 @@ SentenceResult SaveList(EngineSession& session, std::string_view sentence) {
   std::string_view name;
   if (isNamed && (!arguments.Take("list", name) || !arguments.End())) return arguments.Refusal();
 
-  const ResultGrid* list = isNamed ? session.ActiveList() : nullptr;
+  const ResultGrid* list = isNamed && session.IsTypedSentence(sentence) ? session.KeptList() : nullptr;
   if (list == nullptr) list = &session.Grid();
   if (list->HighestColumn() < 0) return {false, "there is no list to save; SELECT makes one"};
   if (isNamed) {
@@ -122,8 +122,8 @@ constexpr std::array<Verb, 10> kVerbs = {{
     {"PSELECT", VerbKind::kAddIn, SelectItems,
      "PSELECT [DICT] file ['id' ...] [WITH field [op] value ...] [BY field ...]",
      "Select items, as SELECT does."},
-    {"QSELECT", VerbKind::kSelects, SelectAndKeep, "QSELECT [DICT] file id ... [(attribute)]",
-     "Select the values that stand in items."},
+    {"QSELECT", VerbKind::kSelects, SelectAndKeep, "QSELECT [DICT] file id ['id' ...] [attribute]",
+     "Select the values that stand in items; with a list, in its items."},
     {"COUNT", VerbKind::kPrints, Count, "COUNT [DICT] file ['id' ...] [WITH field [op] value ...]",
      "Count items."},
     {"SAVE-LIST", VerbKind::kAnswers, SaveList, "SAVE-LIST [name]",

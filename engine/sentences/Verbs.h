@@ -14,7 +14,7 @@ enum class VerbKind {
   kSelects,  // returns a select reply and keeps its list when typed; the prompt prints the reply on one line
   kPrints,   // prints while it runs, and returns the same text
   kAddIn,    // the add-in serves it at the prompt; executed as a sentence it selects and answers
-  kPrompt,   // the prompt itself serves it (OFF)
+  kPrompt,   // the prompt itself serves it (OFF, MENU, NV.BACKSRV); elsewhere it is refused
 };
 
 // `ok` false: `text` is why, and becomes the error detail.

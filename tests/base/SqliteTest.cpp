@@ -9,6 +9,7 @@ namespace nvadmin::engine {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 
 TEST(Sqlite, TransactionsEndWithTheirScopeAndWaitForOthers) {
   const TemporaryFolder folder;
@@ -30,6 +31,14 @@ TEST(Sqlite, TransactionsEndWithTheirScopeAndWaitForOthers) {
   one.Execute("INSERT INTO c VALUES(7)");
   EXPECT_NE(FailureOf([&] { one.Commit(); }).find("FOREIGN KEY"), std::string::npos);
   EXPECT_FALSE(one.InTransaction());
+}
+
+TEST(Sqlite, AStatementIsExactlyOne) {
+  const TemporaryFolder folder;
+  Database database(folder / "a.sqlite", OpenMode::kMake, 0ms);
+  EXPECT_EQ(FailureOf([&] { Statement(database, "SELECT 1;"); }), "");
+  for (const char* sql : {"", "-- nothing", "SELECT 1; SELECT 2"})
+    EXPECT_EQ(FailureOf([&] { Statement(database, sql); }), "not exactly one SQL statement: "s + sql);
 }
 
 }  // namespace

@@ -40,8 +40,6 @@ expect_run "remove again" 1 nvadmin account remove books
 
 # Sentences of the command line.
 expect_run "made" 0 nvadmin tcl -c 'CREATE-FILE STOCK' -c 'PUT STOCK A1 1 Tea' -c '  PUT STOCK A2 1 Café  '
-expect_run "a failure doesn't stop the next" 1 nvadmin tcl -c 'FROBNICATE' -c 'ACCOUNT'
-expect_match "a failure doesn't stop the next" "$out" "FROBNICATE.*${nl}SHOP$"
 expect_run "refused characters" 3 nvadmin tcl -c 'PUT STOCK A3 1 złoty' -c 'COUNT STOCK'
 expect_match "refused characters" "$err" "sentence 1.*U\+0142 'ł' at character 17"
 expect_match "refused characters" "$out" "2"

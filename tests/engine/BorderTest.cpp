@@ -5,6 +5,7 @@
 #include "mv/DynamicArray.h"
 #include "mv/EngineHooks.h"
 #include "tests/engine/Workshop.h"
+#include "tests/mv/Notation.h"
 
 namespace nvadmin::engine {
 namespace {
@@ -12,8 +13,8 @@ namespace {
 class Border : public testing::TestWithParam<std::string_view>, public TwoSessions {
  public:
   Border() : TwoSessions(GetParam()) {
-    EXPECT_NE(Type(anna, "CREATE-FILE CUSTOMERS 4"), "ERROR") << anna.GetErrorDetail();
-    EXPECT_NE(Type(anna, "CREATE-FILE NOTES"), "ERROR") << anna.GetErrorDetail();
+    Do("CREATE-FILE CUSTOMERS 4");
+    Do("CREATE-FILE NOTES");
     customers = Open(anna, "CUSTOMERS");
     bensCustomers = Open(ben, "CUSTOMERS");
   }
@@ -27,80 +28,48 @@ INSTANTIATE_TEST_SUITE_P(Stores, Border, kEveryAccount);
 INSTANTIATE_TEST_SUITE_P(Stores, RelationalBorder, kRelational);
 
 TEST_P(Border, ErrorDetailTellsOfTheLastOperationOnly) {
-  struct Step {
-    const char* name;
-    std::function<bool(std::string& text)> run;
-    bool ok;
-    const char* detail;  // how it begins; empty: it must be empty
+  std::string text;
+  // The call has answered `ok`; its text is `want`, and the detail begins like that, or is empty.
+  const auto expect = [&](const char* name, bool answer, bool ok, std::string_view want,
+                          std::string_view detail) {
+    const std::string got = anna.GetErrorDetail();
+    EXPECT_EQ(answer, ok) << name << ": " << got;
+    EXPECT_EQ(text, want) << name;
+    EXPECT_EQ(got.substr(0, detail.size()), detail) << name;
+    EXPECT_EQ(got.empty(), detail.empty()) << name << ": " << got;
+    text = "old";
   };
-  const std::string long_(300, 'x');
-  const Step steps[] = {
-      {"write", [&](std::string&) { return anna.WriteItem("Smith\xFEParis", customers, "1"); }, true, ""},
-      {"read", [&](std::string& t) { return anna.ReadItem(t, customers, "1") && t == "Smith\xFEParis"; },
-       true, ""},
-      {"read a missing item",
-       [&](std::string& t) { return anna.ReadItem(t = "old", customers, "9") || !t.empty(); }, false,
-       "item '9' is not in table "},
-      {"success clears the text",
-       [&](std::string& t) { return anna.ReadAttribute(t, customers, "1", 2) && t == "Paris"; }, true, ""},
-      {"an attribute beyond the item is empty and there",
-       [&](std::string& t) { return anna.ReadAttribute(t, customers, "1", 4) && t.empty(); }, true, ""},
-      {"read an attribute of a missing item",
-       [&](std::string& t) { return anna.ReadAttribute(t, customers, "9", 1); }, false,
-       "item '9' is not in table "},
-      {"lock and read a missing item",
-       [&](std::string& t) { return anna.ReadItemLocked(t = "old", customers, "9") || !t.empty(); }, false,
-       ""},
-      {"lock and read an attribute of a missing item",
-       [&](std::string& t) { return anna.ReadAttributeLocked(t, customers, "9", 1); }, false, ""},
-      {"delete a missing item", [&](std::string&) { return anna.DeleteItem(customers, "8"); }, false,
-       GetParam() == kNative ? "table CUSTOMERS, item '8' " : "table customers, item '8' "},
-      {"write under an empty ID", [&](std::string&) { return anna.WriteItem("x", customers, ""); }, false,
-       "an item of table "},
-      {"write attribute 0", [&](std::string&) { return anna.WriteAttribute("x", customers, "1", 0); }, false,
-       "attribute 0 "},
-      {"write an attribute of a missing item",
-       [&](std::string& t) {
-         return anna.WriteAttribute("Rome", customers, "2", 2) && anna.ReadItem(t, customers, "2") &&
-                t == "\xFERome";
-       },
-       true, ""},
-      {"append an attribute",
-       [&](std::string& t) {
-         return anna.WriteAttribute("Oslo", customers, "1", -1) && anna.ReadAttribute(t, customers, "1", 3) &&
-                t == "Oslo";
-       },
-       true, ""},
-      {"delete", [&](std::string&) { return anna.DeleteItem(customers, "1"); }, true, ""},
-      {"an empty FileVar has no items", [&](std::string& t) { return anna.ReadItem(t, "", "1"); }, false,
-       "the FileVar is empty"},
-      {"an empty FileVar takes no items", [&](std::string&) { return anna.WriteItem("x", "", "1"); }, false,
-       "the FileVar is empty"},
-      {"open", [&](std::string& t) { return anna.OpenFile("DICT CUSTOMERS", t) == kTrue; }, true, ""},
-      {"open a file that isn't there leaves the FileVar alone",
-       [&](std::string& t) { return anna.OpenFile("NOWHERE", t = "kept") != kFalse || t != "kept"; }, false,
-       "file 'NOWHERE' is not in account "},
-  };
-  for (const Step& step : steps) {
-    std::string text;
-    EXPECT_EQ(step.run(text), step.ok) << step.name << ": " << anna.GetErrorDetail() << " / " << text;
-    const std::string detail = anna.GetErrorDetail();
-    EXPECT_EQ(detail.substr(0, std::string_view(step.detail).size()), step.detail) << step.name;
-    EXPECT_EQ(detail.empty(), *step.detail == 0) << step.name << ": " << detail;
-  }
+  expect("write", anna.WriteItem("Smith\xFEParis", customers, "1"), true, "", "");
+  expect("read", anna.ReadItem(text, customers, "1"), true, "Smith\xFEParis", "");
+  expect("read nothing", anna.ReadItem(text, customers, "9"), false, "", "item '9' is not in table ");
+  expect("success clears the detail", anna.ReadAttribute(text, customers, "1", 2), true, "Paris", "");
+  expect("no such attribute", anna.ReadAttribute(text, customers, "1", 4), true, "", "");
+  expect("attribute of nothing", anna.ReadAttribute(text, customers, "9", 1), false, "",
+         "item '9' is not in table ");
+  expect("lock nothing", anna.ReadItemLocked(text, customers, "9"), false, "", "");
+  expect("lock an attribute of nothing", anna.ReadAttributeLocked(text, customers, "9", 1), false, "", "");
+  expect("delete nothing", anna.DeleteItem(customers, "8"), false, "old",
+         GetParam() == kNative ? "table CUSTOMERS, item '8' " : "table customers, item '8' ");
+  expect("empty ID", anna.WriteItem("x", customers, ""), false, "old", "an item of table ");
+  expect("attribute 0", anna.WriteAttribute("x", customers, "1", 0), false, "old", "attribute 0 ");
+  expect("new item by an attribute", anna.WriteAttribute("Rome", customers, "2", 2), true, "old", "");
+  expect("it is there", anna.ReadItem(text, customers, "2"), true, "\xFERome", "");
+  expect("append an attribute", anna.WriteAttribute("Oslo", customers, "1", -1), true, "old", "");
+  expect("it is the third", anna.ReadAttribute(text, customers, "1", 3), true, "Oslo", "");
+  expect("delete", anna.DeleteItem(customers, "1"), true, "old", "");
+  expect("read by no FileVar", anna.ReadItem(text, "", "1"), false, "", "the FileVar is empty");
+  expect("write by no FileVar", anna.WriteItem("x", "", "1"), false, "old", "the FileVar is empty");
+  expect("no such file: the FileVar stays", anna.OpenFile("NOWHERE", text) == kTrue, false, "old",
+         "file 'NOWHERE' is not in account ");
+  EXPECT_EQ(anna.OpenFile("DICT CUSTOMERS", text), kTrue);
+  EXPECT_EQ(anna.GetErrorDetail(), "");
   EXPECT_THROW(anna.WriteItem("x", "CUSTOMERS", "1"), EngineFailure);
   EXPECT_THROW(anna.GetResultBound(3), EngineFailure);
 }
 
 TEST_P(RelationalBorder, AnItemThatDoesNotFitIsRefusedAndTheOldOneStays) {
   ASSERT_TRUE(anna.WriteItem("old", customers, "1"));
-  EXPECT_FALSE(
-      anna.WriteItemKeepLock("1\xFE"
-                             "2\xFE"
-                             "3\xFE"
-                             "4\xFE"
-                             "5",
-                             customers, "1"));
+  EXPECT_FALSE(anna.WriteItemKeepLock(mv::Bytes("1^2^3^4^5"), customers, "1"));
   EXPECT_NE(anna.GetErrorDetail(), "");
   anna.WriteOutput("", true);
   EXPECT_EQ(SeenByBen("CUSTOMERS", "1"), "old");
@@ -127,14 +96,13 @@ TEST_P(Border, ArgumentsMayAlias) {
 TEST_P(Border, FileVarsAreStableAndSpeakTheTablesName) {
   EXPECT_EQ(Open(anna, "CUSTOMERS"), customers);
   EXPECT_EQ(Open(anna, "DICT NOTES").find(' '), std::string::npos);
-  ASSERT_NE(Type(anna, "CREATE-FILE A.B-C"), "ERROR") << anna.GetErrorDetail();
+  Do("CREATE-FILE A.B-C");
   const std::string odd = Open(anna, "A.B-C");
   EXPECT_EQ(std::count(odd.begin(), odd.end(), '.'), 2) << odd;
   EXPECT_EQ(Open(anna, "a_b_c"), odd) << "the mapped name is the same file";
 
   ASSERT_TRUE(anna.WriteItem("kept", customers, "1"));
-  const std::string_view elsewhere = GetParam() == "JETS" ? "ora" : "jets";
-  ASSERT_EQ(Type(anna, "LOGTO " + std::string(elsewhere)), "OK") << anna.GetErrorDetail();
+  Do(GetParam() == "JETS" ? "LOGTO ora" : "LOGTO jets");
   std::string item;
   EXPECT_TRUE(anna.ReadItem(item, customers, "1")) << anna.GetErrorDetail();
   EXPECT_TRUE(anna.WriteItem("from elsewhere", customers, "2"));
@@ -145,7 +113,7 @@ TEST_P(Border, FileVarsAreStableAndSpeakTheTablesName) {
 
 TEST_P(Border, ADroppedFileCanBeOpenedNoMore) {
   std::string item;
-  ASSERT_NE(Type(anna, "DELETE-FILE CUSTOMERS"), "ERROR") << anna.GetErrorDetail();
+  Do("DELETE-FILE CUSTOMERS");
   EXPECT_EQ(anna.OpenFile("CUSTOMERS", item), kFalse);
   EXPECT_FALSE(anna.ReadItem(item, customers, "1"));
   EXPECT_FALSE(anna.WriteItem("x", customers, "1"));
@@ -157,7 +125,14 @@ TEST_P(Border, ADroppedFileCanBeOpenedNoMore) {
 TEST_P(Border, LocksHoldBetweenSessions) {
   std::string item;
   const auto refused = [&](bool answer) { return !answer && ben.GetErrorDetail().starts_with("[920]"); };
-  const auto bensTurn = [&] { ben.WriteOutput("", true); };
+  const auto expectRefused = [&](std::initializer_list<const char*> sentences) {
+    for (const char* sentence : sentences) {
+      EXPECT_EQ(Type(ben, sentence), "ERROR") << sentence;
+      EXPECT_NE(ben.TypedSentenceError().find("[920]"), std::string::npos)
+          << sentence << ben.TypedSentenceError();
+    }
+    ben.WriteOutput("", true);
+  };
 
   EXPECT_FALSE(anna.ReadItemLocked(item, customers, "1"));
   anna.WriteOutput("", true);
@@ -172,28 +147,18 @@ TEST_P(Border, LocksHoldBetweenSessions) {
   EXPECT_FALSE(ben.ReadItem(item, bensCustomers, "1"));
   EXPECT_FALSE(ben.GetErrorDetail().starts_with("[920]")) << "a plain read asks for no lock";
   EXPECT_TRUE(ben.WriteItem("x", bensCustomers, "2")) << "another item is free";
-  for (const char* sentence : {"PUT CUSTOMERS 1 1 x", "COPY-ITEM CUSTOMERS 2 1", "DELETE-ITEM CUSTOMERS 1"}) {
-    EXPECT_EQ(Type(ben, sentence), "ERROR") << sentence;
-    EXPECT_NE(ben.TypedSentenceError().find("[920]"), std::string::npos)
-        << sentence << ben.TypedSentenceError();
-  }
-  bensTurn();
+  expectRefused({"PUT CUSTOMERS 1 1 x", "COPY-ITEM CUSTOMERS 2 1", "DELETE-ITEM CUSTOMERS 1"});
 
   EXPECT_TRUE(anna.WriteItemKeepLock("kept", customers, "1"));
   anna.WriteOutput("", true);
   EXPECT_TRUE(refused(ben.WriteItem("x", bensCustomers, "1")));
-  for (const char* sentence : {"CLEAR-FILE CUSTOMERS", "DELETE-FILE CUSTOMERS"}) {
-    EXPECT_EQ(Type(ben, sentence), "ERROR") << sentence;
-    EXPECT_TRUE(ben.TypedSentenceError().starts_with("[920]")) << sentence << ben.TypedSentenceError();
-  }
-  bensTurn();
+  expectRefused({"CLEAR-FILE CUSTOMERS", "DELETE-FILE CUSTOMERS"});
 
-  struct Way {
+  const struct {
     const char* name;
     std::function<void()> release;
     bool released;
-  };
-  const Way ways[] = {
+  } ways[] = {
       {"a plain write", [&] { anna.WriteItem("new", customers, "1"); }, true},
       {"a plain attribute write", [&] { anna.WriteAttribute("new", customers, "1", 1); }, true},
       {"a delete", [&] { anna.DeleteItem(customers, "1"); }, true},
@@ -209,7 +174,7 @@ TEST_P(Border, LocksHoldBetweenSessions) {
       {"another item's release", [&] { anna.ReleaseItem(customers, "2"); }, false},
       {"another file's release", [&] { anna.ReleaseItem(Open(anna, "NOTES"), ""); }, false},
   };
-  for (const Way& way : ways) {
+  for (const auto& way : ways) {
     anna.ReadItemLocked(item, customers, "1");
     EXPECT_EQ(anna.GetErrorDetail(), "") << way.name;
     way.release();
@@ -217,7 +182,7 @@ TEST_P(Border, LocksHoldBetweenSessions) {
     ben.ReadItemLocked(item, bensCustomers, "1");
     EXPECT_EQ(ben.GetErrorDetail().empty(), way.released) << way.name << ": " << ben.GetErrorDetail();
     ben.ReleaseItem("", "");
-    bensTurn();
+    ben.WriteOutput("", true);
     anna.ReleaseItem("", "");
   }
 }
@@ -229,7 +194,7 @@ TEST_P(Border, ARefusedCopyLeavesLocksAsTheyWere) {
   anna.WriteOutput("", true);
   for (const bool held : {false, true}) {
     if (held) anna.ReadItemLocked(item, customers, "2");
-    EXPECT_EQ(Type(anna, "COPY-ITEM CUSTOMERS 1 2"), "ERROR");
+    Refusal("COPY-ITEM CUSTOMERS 1 2");
     EXPECT_EQ(ben.ReadItemLocked(item, bensCustomers, "2"), !held) << ben.GetErrorDetail();
     ben.ReleaseItem("", "");
     ben.WriteOutput("", true);
@@ -255,7 +220,7 @@ TEST_P(Border, TheLocksOfASessionEndWithIt) {
   std::string item;
   {
     ScriptedPort port;
-    EngineSession carl(home, port, GetParam(), "carl");
+    EngineSession carl(home, port, {std::string(GetParam()), "carl", "a desk"});
     const std::string file = Open(carl, "CUSTOMERS");
     carl.ReadItemLocked(item, file, "1");
     EXPECT_TRUE(carl.WriteItemKeepLock("carl was here", file, "1"));
@@ -265,14 +230,10 @@ TEST_P(Border, TheLocksOfASessionEndWithIt) {
 }
 
 TEST_P(Border, ConversionsReadThroughTheSessionOfTheirThread) {
-  ScriptedPort port;
   std::string item;
   {
-    EngineSession carl(home, port, GetParam(), "carl");
-    EXPECT_TRUE(carl.WriteItem("Smith", Open(carl, "CUSTOMERS"), "1"));
-    ASSERT_TRUE(mv::Hooks().readItem);
-    EXPECT_TRUE(mv::Hooks().readItem("CUSTOMERS", "1", item));
-    EXPECT_EQ(item, "Smith");
+    ScriptedPort port;
+    EngineSession carl(home, port, {std::string(GetParam()), "carl", "a desk"});
     EXPECT_FALSE(mv::Hooks().readItem("CUSTOMERS", "2", item));
     EXPECT_FALSE(mv::Hooks().readItem("NOWHERE", "1", item));
     mv::Hooks().sendToClient("hello");
@@ -280,11 +241,6 @@ TEST_P(Border, ConversionsReadThroughTheSessionOfTheirThread) {
   }
   EXPECT_FALSE(mv::Hooks().readItem);
   EXPECT_FALSE(mv::Hooks().sendToClient);
-}
-
-std::string WithoutTrailingMarks(std::string item) {
-  while (item.ends_with('\xFE')) item.pop_back();
-  return item;
 }
 
 // A session against a map: whatever the mixture of calls, items are what was written last.
@@ -298,10 +254,13 @@ TEST_P(Border, RandomOperationsAgreeWithAMap) {
                              "\x81", "\"q\"",     "9"};
   const auto value = [&] {
     std::string text;
-    for (std::size_t length = below(12); length > 0; --length) {
+    for (std::size_t length = below(12); length > 0; --length)
       text += below(8) == 0 ? '\xFD' : static_cast<char>(below(250));
-    }
     return text;
+  };
+  const auto trimmed = [](std::string item) {
+    while (item.ends_with('\xFE')) item.pop_back();
+    return item;
   };
 
   for (const char* name : {"CUSTOMERS", "NOTES"}) {
@@ -309,44 +268,37 @@ TEST_P(Border, RandomOperationsAgreeWithAMap) {
     std::map<std::string, std::string> model;
     for (int step = 0; step < 800; ++step) {
       const std::string& id = ids[below(std::size(ids))];
-      const auto known = model.find(id);
-      std::string text;
-      switch (below(9)) {
+      const bool isThere = model.contains(id);
+      const std::string known = isThere ? model[id] : "";
+      const auto attribute = static_cast<std::int32_t>(below(4) + 1);
+      std::string text = value();
+      switch (below(8)) {
         case 0:
         case 1:
-          text = value() + '\xFE' + value() + '\xFE' + value();
+          text += '\xFE' + value() + '\xFE' + value();
           ASSERT_TRUE(below(2) == 0 ? anna.WriteItem(text, file, id) : anna.WriteItemKeepLock(text, file, id))
               << anna.GetErrorDetail();
-          model[id] = WithoutTrailingMarks(text);
+          model[id] = trimmed(text);
           break;
-        case 2: {
-          const auto attribute = static_cast<std::int32_t>(below(4) + 1);
-          text = value();
+        case 2:
           ASSERT_TRUE(anna.WriteAttribute(text, file, id, attribute)) << anna.GetErrorDetail();
-          model[id] = WithoutTrailingMarks(mv::Replace(model[id], attribute, 0, 0, text));
+          model[id] = trimmed(mv::Replace(known, attribute, 0, 0, text));
           break;
-        }
         case 3:
           ASSERT_EQ(anna.DeleteItem(file, id), model.erase(id) == 1) << anna.GetErrorDetail();
           break;
-        case 4: {
-          const auto attribute = static_cast<std::int32_t>(below(4) + 1);
-          ASSERT_EQ(anna.ReadAttribute(text, file, id, attribute), known != model.end());
-          ASSERT_EQ(text, known == model.end() ? "" : mv::Extract(known->second, attribute));
+        case 4:
+          ASSERT_EQ(anna.ReadAttribute(text, file, id, attribute), isThere);
+          ASSERT_EQ(text, mv::Extract(known, attribute));
           break;
-        }
         case 5:
           anna.WriteOutput("", true);
-          ASSERT_EQ(WithoutTrailingMarks(SeenByBen(name, id)),
-                    known == model.end() ? "(none)" : known->second);
-          break;
-        case 6:
-          ASSERT_EQ(anna.ReadItemLocked(text, file, id), known != model.end());
-          ASSERT_EQ(WithoutTrailingMarks(text), known == model.end() ? "" : known->second);
+          ASSERT_EQ(trimmed(SeenByBen(name, id)), isThere ? known : "(none)");
           break;
         default:
-          ASSERT_EQ(anna.ReadItem(text, file, id), known != model.end());
-          ASSERT_EQ(WithoutTrailingMarks(text), known == model.end() ? "" : known->second);
+          ASSERT_EQ(below(2) == 0 ? anna.ReadItem(text, file, id) : anna.ReadItemLocked(text, file, id),
+                    isThere);
+          ASSERT_EQ(trimmed(text), known);
       }
     }
   }

@@ -13,7 +13,7 @@ namespace {
 class Commit : public testing::Test, public TwoSessions {
  public:
   Commit() : TwoSessions("JETS") {
-    EXPECT_NE(Type(anna, "CREATE-FILE CUSTOMERS 4"), "ERROR") << anna.GetErrorDetail();
+    Do("CREATE-FILE CUSTOMERS 4");
     customers = Open(anna, "CUSTOMERS");
   }
   // What ben finds at the moment when anna's port gets the text or is asked for a line.
@@ -77,28 +77,13 @@ TEST_F(Commit, WaitsBehindAProgressLineForAWhile) {
   EXPECT_EQ(SeenWith(showProgress), "e") << "10,000 items";
 }
 
-// A port whose text goes down a pipe, a line a write.
-class PipePort final : public Port {
- public:
-  explicit PipePort(int pipe) : pipe_(pipe) {}
-  InputResult ReadLine(std::string& line, std::int32_t, bool) override {
-    line.clear();
-    return InputResult::kEnd;
-  }
-  void Write(std::string_view text, bool) override {
-    if (write(pipe_, text.data(), text.size()) < 0) _exit(1);
-  }
-  void Flush() override {}
-  std::string CursorString(std::int32_t, std::int32_t) override { return ""; }
-
- private:
-  int pipe_;
-};
-
-[[noreturn]] void WriteUntilKilled(const std::filesystem::path& folder, int pipe) {
-  Home home(folder);
-  PipePort port(pipe);
-  EngineSession session(home, port, "JETS", "child");
+[[noreturn]] void WriteUntilKilled(const TestFolder& folder, int pipe) {
+  Home home(folder.home);
+  ScriptedPort port;
+  port.beforeText = [pipe] {
+    if (write(pipe, ".", 1) < 0) _exit(1);
+  };
+  EngineSession session(home, port, {"JETS", "child", "a desk"});
   std::string file;
   session.OpenFile("CUSTOMERS", file);
   for (int number = 1;; ++number) {
@@ -110,20 +95,19 @@ class PipePort final : public Port {
 
 TEST(CommitOfAKilledProgram, HoldsWhatWasShown) {
   TestFolder folder;
+  ScriptedPort port;
   {
-    Home home(folder.path / "home");
-    ScriptedPort port;
-    EngineSession session(home, port, "JETS", "anna");
+    Home home(folder.home);
+    EngineSession session(home, port, {"JETS", "anna", "a desk"});
     ASSERT_NE(Type(session, "CREATE-FILE CUSTOMERS 4"), "ERROR");
   }
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   const pid_t child = fork();
-  if (child == 0) WriteUntilKilled(folder.path / "home", ends[1]);
+  if (child == 0) WriteUntilKilled(folder, ends[1]);
   close(ends[1]);
   int shown = 0;
-  char letter = 0;
-  while (read(ends[0], &letter, 1) == 1) {
+  for (char letter = 0; read(ends[0], &letter, 1) == 1;) {
     if (++shown == 25) kill(child, SIGKILL);
   }
   close(ends[0]);
@@ -132,16 +116,15 @@ TEST(CommitOfAKilledProgram, HoldsWhatWasShown) {
   ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
   ASSERT_GE(shown, 25);
 
-  Home home(folder.path / "home");
-  ScriptedPort port;
-  EngineSession session(home, port, "JETS", "anna");
+  Home home(folder.home);
+  EngineSession session(home, port, {"JETS", "anna", "a desk"});
   std::string file, item;
   ASSERT_EQ(session.OpenFile("CUSTOMERS", file), kTrue);
   for (int number = 1; number <= shown; ++number) {
-    ASSERT_TRUE(session.ReadItem(item, file, std::to_string(number)))
-        << session.GetErrorDetail() << " of " << shown;
-    ASSERT_EQ(item, std::to_string(number) + "\xFEhalf\xFEwhole");
-    ASSERT_TRUE(session.ReadItem(item, file, std::to_string(number) + "b"));
+    const std::string id = std::to_string(number);
+    ASSERT_TRUE(session.ReadItem(item, file, id)) << session.GetErrorDetail() << " of " << shown;
+    ASSERT_EQ(item, id + "\xFEhalf\xFEwhole");
+    ASSERT_TRUE(session.ReadItem(item, file, id + "b"));
   }
   EXPECT_TRUE(session.WriteItem("after", file, "1"))
       << "the dead program's locks are gone: " << session.GetErrorDetail();

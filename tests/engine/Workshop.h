@@ -3,7 +3,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <deque>
 #include <filesystem>
@@ -15,6 +14,7 @@
 #include "engine/EngineSession.h"
 #include "engine/Home.h"
 #include "engine/Port.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace nvadmin::engine {
 
@@ -53,21 +53,18 @@ class ScriptedPort final : public Port {
 };
 
 // A home in a folder that is removed with it.
-class TestFolder {
- public:
+struct TestFolder {
   TestFolder() {
-    char name[] = "/tmp/nvadmin-engine-XXXXXX";
-    path = mkdtemp(name);
-    Home::Make(path / "home");
-    Home home(path / "home");
+    Home::Make(home);
+    Home made(home);
     std::string error;
     for (const auto& [account, word] : kAccounts) {
-      EXPECT_TRUE(home.AddAccount({std::string(account), std::string(word), ""}, error)) << error;
+      EXPECT_TRUE(made.AddAccount({std::string(account), std::string(word), ""}, error)) << error;
     }
   }
-  ~TestFolder() { std::filesystem::remove_all(path); }
 
-  std::filesystem::path path;
+  TemporaryFolder folder;
+  const std::filesystem::path home = folder / "home";
 };
 
 // Runs a sentence as if it was typed.
@@ -82,12 +79,24 @@ inline std::string Type(EngineSession& session, std::string_view sentence) {
 class TwoSessions {
  public:
   explicit TwoSessions(std::string_view account)
-      : anna(home, annasPort, account, "anna"), ben(home, bensPort, account, "ben") {}
+      : anna(home, annasPort, {std::string(account), "anna", "desk 1"}),
+        ben(home, bensPort, {std::string(account), "ben", "desk 2"}) {}
 
   std::string Open(EngineSession& session, std::string_view name) {
     std::string fileVar;
     EXPECT_EQ(session.OpenFile(name, fileVar), kTrue) << session.GetErrorDetail();
     return fileVar;
+  }
+  // Anna types the sentence, which must not fail; the answer is its text.
+  std::string Do(std::string_view sentence) {
+    const std::string text = Type(anna, sentence);
+    EXPECT_NE(text, "ERROR") << sentence << ": " << anna.GetErrorDetail();
+    return text;
+  }
+  // Why the sentence that anna types is refused.
+  std::string Refusal(std::string_view sentence) {
+    EXPECT_EQ(Type(anna, sentence), "ERROR") << sentence;
+    return anna.GetErrorDetail();
   }
   // The item as ben finds it now; "(none)" when it isn't there.
   std::string SeenByBen(std::string_view file, std::string_view id) {
@@ -96,7 +105,7 @@ class TwoSessions {
   }
 
   TestFolder folder;
-  Home home{folder.path / "home"};
+  Home home{folder.home};
   ScriptedPort annasPort, bensPort;
   EngineSession anna, ben;
 };

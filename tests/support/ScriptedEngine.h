@@ -47,7 +47,7 @@ struct Outcome {
   bool fails = false;       // throws EngineFailure with the detail
 };
 
-class ScriptedEngine final : public EngineCallBack {
+class ScriptedEngine : public EngineCallBack {
  public:
   // --- Planning ---
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <limits>
 #include <string>
 #include <string_view>
 
@@ -72,5 +74,50 @@ std::string RunInChild(Action&& action) {
   waitpid(child, &status, 0);
   return (status == 0 ? "" : "the child failed; ") + folder.Text("answer");
 }
+
+// A program of its own that lives until it is killed, by the destructor at the latest. It runs `action`,
+// which is given a routine that tells of a step done. Requires that no other thread runs.
+class ChildProgram {
+ public:
+  template <typename Action>
+  explicit ChildProgram(Action&& action) {
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    steps_ = ends[0];
+    pid_ = fork();
+    if (pid_ != 0) {
+      close(ends[1]);
+      return;
+    }
+    FailureOf([&] { action([&] { return write(ends[1], "s", 1) == 1; }); });
+    for (;;) pause();
+  }
+  ~ChildProgram() {
+    Kill();
+    waitpid(pid_, nullptr, 0);
+    close(steps_);
+  }
+  ChildProgram(const ChildProgram&) = delete;
+  ChildProgram& operator=(const ChildProgram&) = delete;
+
+  void Send(int signal) const { kill(pid_, signal); }
+  // Waits for so many steps.
+  void Await(int steps) {
+    for (char step; steps > 0 && read(steps_, &step, 1) == 1; --steps) ++told_;
+  }
+  // Waits until it is dead, but leaves the corpse. The steps that it had told of.
+  int Kill() {
+    Send(SIGKILL);
+    siginfo_t info;
+    waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT);
+    Await(std::numeric_limits<int>::max());
+    return told_;
+  }
+
+ private:
+  pid_t pid_ = -1;
+  int steps_ = -1;
+  int told_ = 0;
+};
 
 }  // namespace nvadmin

@@ -1,0 +1,120 @@
+#include "host/LineSession.h"
+
+#include <exception>
+
+#include <fmt/format.h>
+
+#include "host/ServerLog.h"
+
+namespace nvadmin::host {
+
+namespace {
+
+constexpr int kTries = 3;
+constexpr std::size_t kLogInLineBytes = 1024;
+constexpr std::string_view kNoUsers =
+    "This server has no users yet. Its operator adds one with: nvadmin user add NAME --account A,B";
+
+bool LooksLikeHttp(std::string_view line) { return line.find(" HTTP/1.") != std::string_view::npos; }
+
+}  // namespace
+
+LineSession::LineSession(LineSessionContext context, std::int64_t number,
+                         std::unique_ptr<Connection> connection, std::string host, std::string from)
+    : context_(std::move(context)),
+      number_(number),
+      host_(std::move(host)),
+      from_(std::move(from)),
+      port_(std::move(connection), context_.limits) {}
+
+void LineSession::Serve() noexcept {
+  std::string failureText;
+  try {
+    Log("connected");
+    LogInAndRun();
+  } catch (const PortLost&) {
+    // Its reason is the port's.
+  } catch (const std::exception& failure) {
+    failureText = failure.what();
+    port_.Close(failureText);
+  }
+  port_.Close("");
+  try {
+    Log(fmt::format("ended: {}", failureText.empty() ? port_.EndReason() : failureText));
+  } catch (const std::exception&) {
+    // There is no memory for a line of the log.
+  }
+}
+
+void LineSession::LogInAndRun() {
+  if (context_.users.IsEmpty()) return port_.Close(kNoUsers);
+  if (std::optional<LoggedIn> user = LogIn()) RunSentences(std::move(*user));
+}
+
+std::optional<LoggedIn> LineSession::LogIn() {
+  const auto until = std::chrono::steady_clock::now() + context_.logIn;
+  std::string name;
+  std::string password;
+  std::string account;
+  for (int attempt = 1; attempt <= kTries; ++attempt) {
+    if (!Ask("login: ", name, until)) return std::nullopt;
+    if (LooksLikeHttp(name)) {
+      port_.Close("this is a line server, and no web server");
+      return std::nullopt;
+    }
+    if (!Ask("password: ", password, until) || !Ask("account: ", account, until)) return std::nullopt;
+    std::optional<LoggedIn> user =
+        context_.desk.LogIn(name, password, account, host_, [this] { return port_.IsEnding(); });
+    if (user) return user;
+    Log("log-in refused");
+    port_.Write("Log-in refused: user, password or account is wrong.", /*lineEnd=*/true);
+  }
+  port_.Close("too many log-ins were refused");
+  return std::nullopt;
+}
+
+bool LineSession::Ask(std::string_view question, std::string& answer,
+                      std::chrono::steady_clock::time_point until) {
+  port_.Write(question, /*lineEnd=*/false);
+  return port_.ReadLogInLine(answer, kLogInLineBytes, until) == engine::InputResult::kLine;
+}
+
+void LineSession::RunSentences(LoggedIn user) {
+  Log(fmt::format("logged in: user {}, account {}", user.user, user.account));
+  TclSettings settings;
+  settings.account = user.account;
+  settings.user = user.user;
+  settings.from = from_;
+  settings.mayEnter = std::move(user.mayEnter);
+  settings.onRefusedWrite = [this](const engine::RefusedWrite& write) {
+    Log(fmt::format("refused write: account {}, file {}, item '{}': {}", write.account, write.table, write.id,
+                    write.reason));
+  };
+  settings.prompts = true;
+  settings.trace = context_.trace;
+  TclSession session(context_.home, port_, std::move(settings));
+  {
+    const std::lock_guard lock(runningMutex_);
+    running_ = &session;
+  }
+  const ExitCode exitCode = session.Run();
+  {
+    const std::lock_guard lock(runningMutex_);
+    running_ = nullptr;
+  }
+  if (exitCode == ExitCode::kNoEntry) port_.Close("The account can't be opened; the server's log tells why.");
+}
+
+void LineSession::EndSoon() noexcept { port_.EndSoon(); }
+
+void LineSession::EndNow() noexcept {
+  port_.HangUp();
+  const std::lock_guard lock(runningMutex_);
+  if (running_ != nullptr) running_->Interrupt();
+}
+
+void LineSession::Log(std::string_view event) const {
+  LogEvent(fmt::format("session {} from {}: {}", number_, from_, event));
+}
+
+}  // namespace nvadmin::host

@@ -1,0 +1,119 @@
+#include "host/Serve.h"
+
+#include <pthread.h>
+#include <sys/resource.h>
+
+#include <csignal>
+#include <thread>
+
+#include <fmt/format.h>
+
+#include "engine/CodePage.h"
+#include "host/LineServer.h"
+#include "host/LogInDesk.h"
+#include "host/ServerLog.h"
+#include "host/Users.h"
+
+namespace nvadmin::host {
+
+namespace {
+
+constexpr std::chrono::milliseconds kPatience{10'000};
+constexpr std::chrono::milliseconds kLastPatience{3'000};
+constexpr long kSignalLook = 50'000'000;  // nanoseconds
+
+// The host and the port of "HOST:PORT" or "[HOST]:PORT".
+struct HostAndPort {
+  std::string host;
+  std::uint16_t port = 0;
+};
+
+HostAndPort ReadAddress(const std::string& text) {
+  const std::size_t colon = text.rfind(':');
+  std::string host = text.substr(0, colon);
+  const std::string digits = colon == std::string::npos ? "" : text.substr(colon + 1);
+  const bool isNumber =
+      !digits.empty() && digits.size() <= 5 && digits.find_first_not_of("0123456789") == std::string::npos;
+  const int port = isNumber ? std::stoi(digits) : -1;
+  if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
+  if (host.empty() || port < 0 || port > 65'535) {
+    throw EngineFailure(fmt::format("'{}' is no address: write HOST:PORT, for instance 127.0.0.1:7023",
+                                    engine::ForeignText(text)));
+  }
+  return {host, static_cast<std::uint16_t>(port)};
+}
+
+void RequireSafety(const ServeSettings& settings, const HostAndPort& address) {
+  if (settings.certificate.empty() != settings.key.empty())
+    throw EngineFailure("TLS needs both files: give --tls-cert and --tls-key");
+  if (!settings.certificate.empty() || settings.insecure || IsLoopback(address.host)) return;
+  throw EngineFailure(fmt::format(
+      "{} can be reached from other machines, and passwords would travel in plain text: give --tls-cert and "
+      "--tls-key, listen on 127.0.0.1, or allow it with --insecure",
+      engine::ForeignText(settings.line)));
+}
+
+// A session needs a handful of open files; the usual limit would do for a few hundred sessions.
+void RaiseFileLimit() {
+  rlimit files{};
+  if (getrlimit(RLIMIT_NOFILE, &files) != 0 || files.rlim_cur >= files.rlim_max) return;
+  files.rlim_cur = files.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &files);
+}
+
+sigset_t BlockEndSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  sigaddset(&signals, SIGINT);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  return signals;
+}
+
+// Lets what runs end. A second signal, or the end of patience, ends it at once.
+void EndSessions(ServerSessions& sessions, const sigset_t& signals) {
+  sessions.EndAllSoon();
+  const auto until = std::chrono::steady_clock::now() + kPatience;
+  while (!sessions.WaitForAll(std::chrono::milliseconds(0)) && std::chrono::steady_clock::now() < until) {
+    const timespec look{0, kSignalLook};
+    if (sigtimedwait(&signals, nullptr, &look) > 0) break;
+  }
+  sessions.EndAllNow();
+  if (sessions.WaitForAll(kLastPatience)) return;
+  // What is answered is on disk, and the locks go with the program.
+  LogEvent("ended with sessions that didn't stop");
+  std::_Exit(static_cast<int>(ExitCode::kFailed));
+}
+
+}  // namespace
+
+ExitCode Serve(engine::Home& home, const ServeSettings& settings,
+               std::function<void(std::string_view line)> trace) {
+  const HostAndPort address = ReadAddress(settings.line);
+  RequireSafety(settings, address);
+  RaiseFileLimit();
+  const sigset_t signals = BlockEndSignals();
+
+  Users users(home);
+  LogInDesk desk(home, users);
+  ServerSessions sessions(settings.sessionLimits);
+  LineServer server(home, users, desk, sessions,
+                    {address.host, address.port, settings.certificate, settings.key, settings.lineLimits,
+                     settings.logIn, std::move(trace)});
+  LogEvent(fmt::format("line server listens on {}{}", server.Address(),
+                       settings.certificate.empty() ? "" : " under TLS"));
+  if (users.IsEmpty())
+    LogEvent("no users yet: add one with 'nvadmin user add NAME --account A,B', also while the server runs");
+
+  std::thread thread([&server] { server.Run(); });
+  int signal = 0;
+  sigwait(&signals, &signal);
+  LogEvent(fmt::format("ending on signal {}", signal == SIGTERM ? "SIGTERM" : "SIGINT"));
+  server.Stop();
+  thread.join();
+  EndSessions(sessions, signals);
+  LogEvent("ended");
+  return ExitCode::kFine;
+}
+
+}  // namespace nvadmin::host
