@@ -76,11 +76,10 @@ TEST_F(Entry, DispatchTable) {
   constexpr std::string_view kSelect = "ERROR: no$\n";
   constexpr std::string_view kReport = "Can not open";
   constexpr std::string_view kNothing = "";
-  struct Row {
+  const struct {
     std::string_view name, sentence, mode, want;
     int modeAsked;
-  };
-  const Row rows[] = {
+  } kRows[] = {
       {"leading blank empties the first word", " LIST F", "", kNothing, 0},
       {"word ends at a blank only", "LIST\tF", "", kNothing, 0},
       {"known to the engine only", "QSELECT F", "", kNothing, 0},
@@ -96,7 +95,7 @@ TEST_F(Entry, DispatchTable) {
       {"sql signs mean nothing to pselect", "PSELECT A FROM B;", "HTML", kSelect, 0},
   };
   engine.RefuseFile("f", "");
-  for (const Row& row : rows) {
+  for (const auto& row : kRows) {
     SCOPED_TRACE(row.name);
     engine.RefuseSentence(row.sentence, "no");
     engine.OutputMode(row.mode);

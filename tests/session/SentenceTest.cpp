@@ -11,11 +11,10 @@ using Sentence = ScriptedSession;
 
 TEST_F(Sentence, WhatASentenceDoesToTheListPosition) {
   constexpr std::int32_t kBefore = 5;
-  struct Row {
+  const struct {
     std::string_view name, sentence, reply;
     std::int32_t want;
-  };
-  const Row rows[] = {
+  } kRows[] = {
       {"select with two attributes", "SELECT F", "a^b", 0},
       {"one attribute is no list", "SELECT F", "a", -2},
       {"error in a longer reply", "PSELECT F", "ERROR^x", 0},
@@ -25,7 +24,7 @@ TEST_F(Sentence, WhatASentenceDoesToTheListPosition) {
       {"a verb that only begins so", "SELECTED F", "a^b", kBefore},
       {"other sentence with a long reply", "WHO", "a^b", kBefore},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : kRows) {
     SCOPED_TRACE(row.name);
     Session().ListPosition = kBefore;
     engine.Answer(row.sentence, Dyn(row.reply));

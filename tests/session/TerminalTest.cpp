@@ -14,12 +14,11 @@ using Terminal = ScriptedSession;
 using std::string_literals::operator""s;
 
 TEST_F(Terminal, InputArgumentsTable) {
-  struct Row {
+  const struct {
     std::string_view name;
     std::vector<InputArgument> arguments;
     std::string_view want;  // empty: fails
-  };
-  const Row rows[] = {
+  } kRows[] = {
       {"neither", {}, "-1, true"},
       {"both as texts", {"12"s, "True"s}, "12, true"},
       {"both, length from a truth value", {true, 0}, "-1, false"},
@@ -36,7 +35,7 @@ TEST_F(Terminal, InputArgumentsTable) {
       {"first of both is no number", {"x"s, true}, ""},
       {"second of both is no truth value", {1, "x"s}, ""},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : kRows) {
     SCOPED_TRACE(row.name);
     engine.Forget();
     std::string line;
