@@ -39,6 +39,7 @@ template <typename Form>
 struct FormAction {
   std::string_view id;
   void (*act)(Form& form, const std::string& value);
+  bool endsForm = false;
 };
 
 inline constexpr std::string_view kFileButton = "bx1";
@@ -54,6 +55,7 @@ void ServeForm(Form& form, std::span<const FormAction<Form>> actions) {
     for (const FormAction<Form>& action : actions) {
       if (reply.id == action.id) {
         action.act(form, reply.value);
+        if (action.endsForm) return;
         break;
       }
     }

@@ -21,5 +21,6 @@ std::string FileTextOfItem(std::string_view item);
 // A folder of the system by its name, TransferItem or TransferBulk. Asks for the system's path each time.
 Folder OpenTransferFolder(std::string_view name);
 inline constexpr std::string_view kTransferItem = "TransferItem";
+inline constexpr std::string_view kTransferBulk = "TransferBulk";
 
 }  // namespace nvadmin

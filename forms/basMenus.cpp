@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "bulk/BulkLoad.h"
 #include "forms/FormExchange.h"
 #include "forms/basIO.h"
 #include "session/SessionState.h"
@@ -14,8 +15,6 @@
 namespace nvadmin {
 
 namespace {
-
-void FailBulkLoad() { throw EngineFailure("this build can't import from TransferBulk"); }
 
 struct MenuLink {
   std::string_view id;
@@ -28,7 +27,7 @@ constexpr std::array<MenuLink, 4> kLinks = {{
     {"mx1", 4, "Import 1 Item/Record from TransferItem", ImportItem},
     {"mx2", 6, "Export 1 Item/Record to TransferItem", ExportItem},
     {"mx3", 8, "Export Multiple Item/Records or entire File/Table to TransferItem", ExportMany},
-    {"mx4", 10, "Import from TransferBulk (PseudoTape)", FailBulkLoad},
+    {"mx4", 10, "Import from TransferBulk (PseudoTape)", BulkLoad},
 }};
 
 std::string Draw() {

@@ -5,104 +5,30 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <system_error>
 #include <utility>
 
-#include "session/CodePage.h"
-#include "session/EngineCallBack.h"
+#include "platform/Files.h"
 
 namespace nvadmin {
 
 namespace {
 
-constexpr char kSeparator = '\\';
+using platform::Fail;
+using platform::FailBySystem;
+using platform::Handle;
+using platform::kSeparator;
+using platform::LengthOfPlainFile;
+using platform::NameOnDisk;
+using platform::PathOnDisk;
+using platform::ReadNameOnDisk;
+using platform::ReadSome;
+
 constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0600;
 constexpr std::size_t kReadBytes = 65'536;
-
-[[noreturn]] void Fail(std::string_view what, std::string_view path, std::string_view why) {
-  throw EngineFailure(std::string(what).append(" '").append(path).append("': ").append(why));
-}
-
-[[noreturn]] void FailBySystem(std::string_view what, std::string_view path, int number) {
-  Fail(what, path, std::generic_category().message(number));
-}
-
-// --- Names on disk, in UTF-8 ---
-
-void AppendCharacter(std::string& out, char32_t point) {
-  const auto byte = [](char32_t bits) { return static_cast<char>(bits); };
-  if (point < 0x80) {
-    out += byte(point);
-  } else if (point < 0x800) {
-    out += byte(0xC0 | point >> 6);
-    out += byte(0x80 | (point & 0x3F));
-  } else {
-    out += byte(0xE0 | point >> 12);
-    out += byte(0x80 | (point >> 6 & 0x3F));
-    out += byte(0x80 | (point & 0x3F));
-  }
-}
-
-std::string NameOnDisk(std::string_view name) {
-  std::string onDisk;
-  for (char byte : name) AppendCharacter(onDisk, CodePointOf(static_cast<unsigned char>(byte)));
-  return onDisk;
-}
-
-// The byte whose character stands at the start of `onDisk`, which then goes on behind it. False: none has.
-bool TakeByte(std::string_view& onDisk, char& byte) {
-  for (unsigned number = 0; number < 256; ++number) {
-    std::string character;
-    AppendCharacter(character, CodePointOf(static_cast<unsigned char>(number)));
-    if (!onDisk.starts_with(character)) continue;
-    onDisk.remove_prefix(character.size());
-    byte = static_cast<char>(number);
-    return true;
-  }
-  return false;
-}
-
-// False when the name has a character without a byte.
-bool ReadNameOnDisk(std::string_view onDisk, std::string& name) {
-  name.clear();
-  while (!onDisk.empty()) {
-    char byte = onDisk.front();
-    const bool isAscii = static_cast<signed char>(byte) >= 0;
-    if (isAscii) {
-      onDisk.remove_prefix(1);
-    } else if (!TakeByte(onDisk, byte)) {
-      return false;
-    }
-    name += byte;
-  }
-  return true;
-}
-
-// --- Handles ---
-
-// A file or folder handle that closes itself.
-class Handle {
- public:
-  explicit Handle(int number) : number_(number) {}
-  ~Handle() {
-    if (number_ >= 0) close(number_);
-  }
-  Handle(Handle&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-  Handle& operator=(Handle&& other) noexcept {
-    std::swap(number_, other.number_);
-    return *this;
-  }
-
-  int Number() const { return number_; }
-  bool IsOpen() const { return number_ >= 0; }
-  int Release() { return std::exchange(number_, -1); }
-
- private:
-  int number_;
-};
 
 // One level down; a link isn't followed.
 Handle OpenFolderBelow(int folder, std::string_view level) {
@@ -145,11 +71,7 @@ struct Folder::Place {
 
 Folder::Folder(std::string_view path) : Folder(-1, std::string(path)) {
   while (path_.size() > 1 && path_.back() == kSeparator) path_.pop_back();
-  std::string onDisk = NameOnDisk(path_);
-  for (char& byte : onDisk) {
-    if (byte == kSeparator) byte = '/';
-  }
-  handle_ = open(onDisk.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  handle_ = open(PathOnDisk(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (handle_ < 0) FailBySystem("can't open the folder", path_, errno);
 }
 
@@ -188,6 +110,8 @@ Folder Folder::MakeSubfolder(std::string_view name) const {
   return Folder(made.Release(), place.path);
 }
 
+std::string Folder::PathOf(std::string_view name) const { return FindPlace(name).path; }
+
 std::vector<std::string> Folder::FileNames() const {
   std::vector<std::string> names;
   Handle handle(openat(handle_, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -213,20 +137,11 @@ std::string Folder::ReadFile(std::string_view name) const {
   const Handle file(
       openat(place.folder.Number(), place.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file.IsOpen()) FailBySystem("can't open the file", place.path, errno);
-  struct stat state {};
-  if (fstat(file.Number(), &state) != 0 || !S_ISREG(state.st_mode)) {
-    Fail("can't read the file", place.path, "it is no plain file");
-  }
   std::string text;
-  text.reserve(static_cast<std::size_t>(state.st_size) + 1);
-  for (;;) {
-    const std::size_t before = text.size();
-    text.resize(std::max(before + kReadBytes, text.capacity()));
-    const ssize_t count = read(file.Number(), text.data() + before, text.size() - before);
-    if (count < 0 && errno != EINTR) FailBySystem("can't read the file", place.path, errno);
-    text.resize(before + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    if (count == 0) return text;
+  text.reserve(LengthOfPlainFile(file, place.path) + 1);
+  while (ReadSome(file, place.path, std::max(kReadBytes, text.capacity() - text.size()), text) > 0) {
   }
+  return text;
 }
 
 void Folder::WriteFile(std::string_view name, std::string_view text) const {

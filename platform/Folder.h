@@ -28,6 +28,9 @@ class Folder {
   // begins with ".", and no name that holds a character without a byte in the code page.
   std::vector<std::string> FileNames() const;
 
+  // The full path of a name in the folder; the file itself need not be there.
+  std::string PathOf(std::string_view name) const;
+
   // The whole file.
   std::string ReadFile(std::string_view name) const;
   // Makes the file, or puts the new text in the place of an old one. It is written under a hidden name and
