@@ -338,7 +338,7 @@ void RunLoad(BulkForm& form, const std::string& /*value*/) {
   BinaryFileProvider file;
   if (form.ReuseOption != Reuse::kExistingElseSkip) RunStatisticsPass(load, file);
   RunLoadPass(load, file);
-  PPrint(kFrameStart, /*lineEnd=*/false);
+  PPrint(kTxStart, /*lineEnd=*/false);
 }
 
 constexpr std::array<FormAction<BulkForm>, 5> kActions = {{
@@ -357,8 +357,8 @@ void BulkLoad() {
     PrintWords(
         {"MSGBOX|There are no available TransferBulk Files to import from.  Place a Norvo TransferBulk "
          "(PseudoTape) file in the folder 'TransferBulk', then try again.",
-         kFrameEnd});
-    PrintWords({kFrameStart});
+         kTxEnd});
+    PrintWords({kTxStart});
     return;
   }
   BulkForm form;

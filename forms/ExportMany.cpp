@@ -60,10 +60,10 @@ bool UserAgrees(std::int32_t items) {
   PrintWords({"MSGBOX|Number of Items = ", std::to_string(items),
               ".  Warning: Large number so this could be slow.  Do you still wish to proceed? "
               "('Y' or Enter = Yes)\\vbYesNo"});
-  PrintWords({kFrameEnd});
+  PrintWords({kTxEnd});
   std::string answer;
   IInput(answer);
-  PrintWords({kFrameStart});
+  PrintWords({kTxStart});
   return answer != kNo;
 }
 

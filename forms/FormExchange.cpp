@@ -37,10 +37,10 @@ BuilderRoutine RoutineOf(Builder builder) {
 }  // namespace
 
 std::string TakeTurn(std::string_view lastWords) {
-  PPrint(Concat({lastWords, kFrameEnd}), /*lineEnd=*/true);
+  PPrint(Concat({lastWords, kTxEnd}), /*lineEnd=*/true);
   std::string reply;
   IInput(reply);
-  PPrint(kFrameStart, /*lineEnd=*/false);
+  PPrint(kTxStart, /*lineEnd=*/false);
   return reply;
 }
 

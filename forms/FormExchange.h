@@ -15,8 +15,8 @@
 
 namespace nvadmin {
 
-inline constexpr std::string_view kFrameStart = "<TX>";
-inline constexpr std::string_view kFrameEnd = "</TX>";
+inline constexpr std::string_view kTxStart = "<TX>";
+inline constexpr std::string_view kTxEnd = "</TX>";
 inline constexpr std::string_view kReplacePage = "IREPLACE|doc1=";
 inline constexpr std::string_view kTerminal = "<TERMINAL>";  // ends form mode
 
@@ -117,7 +117,7 @@ bool FileIsOpenOrReply(std::string& fileName, std::string& fileVar, std::string_
 
 // --- Pages ---
 
-// Shows a page that is complete from kFrameStart to kFrameEnd, waits for any reply, and gives the terminal
+// Shows a page that is complete from kTxStart to kTxEnd, waits for any reply, and gives the terminal
 // back.
 void ShowPage(std::string_view page);
 

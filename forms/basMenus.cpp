@@ -51,7 +51,7 @@ void AdminMenu() {
   std::string handshake;
   IInput(handshake);
   const std::string page = Draw();
-  PrintWords({kFrameStart, kReplacePage, page});
+  PrintWords({kTxStart, kReplacePage, page});
   while (true) {
     const std::string id = FField(TakeTurn(), "|", 1);
     if (id == kExitButton) break;

@@ -101,7 +101,7 @@ void ReportPage() {
   HtmlReport(sentence, body, message, "HTML", kMostItems);
 
   StringBuilder page;
-  page.Append(kFrameStart);
+  page.Append(kTxStart);
   page.Append(kReplacePage);
   page.Append("<div style=\"background-Color:white;font-family:courier new;font-size:12pt\">");
   page.Append(Buttons(" &nbsp;"));
@@ -110,7 +110,7 @@ void ReportPage() {
   if (!message.empty()) page.Append(Concat({"<h3>ERROR: ", message, "</h3>"}));
   page.Append("</div>");
   page.Append(body);
-  page.Append(kFrameEnd);
+  page.Append(kTxEnd);
   ShowPage(page.View());
 }
 
@@ -118,7 +118,7 @@ void QueryPage() {
   const std::string sentence = Session().CmdSentenceText;
   const std::string query = LimitedQuery(sentence);
   StringBuilder page;
-  page.Append(kFrameStart);
+  page.Append(kTxStart);
   page.Append(kReplacePage);
   if (EExecute(query) == "ERROR") {
     page.Append(Buttons("&nbsp;"));
@@ -130,7 +130,7 @@ void QueryPage() {
     AddQueryHeading(page, sentence, rows);
     AddQueryTable(page, rows);
   }
-  page.Append(kFrameEnd);
+  page.Append(kTxEnd);
   ShowPage(page.View());
 }
 
