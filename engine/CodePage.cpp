@@ -11,16 +11,7 @@ namespace nvadmin::engine {
 
 namespace {
 
-// The code points of the bytes 0x80 to 0x9F; all others are their own.
-constexpr std::array<char16_t, 32> kHighCodePoints = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178};
 constexpr char32_t kHighestCodePoint = 0x2122;
-
-constexpr char32_t CodePoint(unsigned char byte) {
-  return byte >= 0x80 && byte < 0xA0 ? kHighCodePoints[byte - 0x80] : byte;
-}
 
 // The UTF-8 form of a byte from 0x80 on: two or three bytes.
 struct Utf8Form {
@@ -31,7 +22,7 @@ struct Utf8Form {
 constexpr auto kUtf8Forms = [] {
   std::array<Utf8Form, 128> forms{};
   for (unsigned high = 0; high < forms.size(); ++high) {
-    const char32_t point = CodePoint(static_cast<unsigned char>(0x80 + high));
+    const char32_t point = CodePointOf(static_cast<unsigned char>(0x80 + high));
     const char last = static_cast<char>(0x80 | (point & 0x3F));
     if (point < 0x800) {
       forms[high] = {{static_cast<char>(0xC0 | (point >> 6)), last, 0}, 2};
@@ -47,7 +38,7 @@ constexpr auto kUtf8Forms = [] {
 constexpr auto kBytes = [] {
   std::array<unsigned char, kHighestCodePoint + 1> bytes{};
   for (unsigned byte = 0; byte < 256; ++byte) {
-    bytes[CodePoint(static_cast<unsigned char>(byte))] = static_cast<unsigned char>(byte);
+    bytes[CodePointOf(static_cast<unsigned char>(byte))] = static_cast<unsigned char>(byte);
   }
   return bytes;
 }();
@@ -136,8 +127,6 @@ std::string DescribeRefused(std::string_view utf8, const char* at) {
 }
 
 }  // namespace
-
-char32_t CodePointOf(unsigned char byte) { return CodePoint(byte); }
 
 std::string ToUtf8(std::string_view bytes) {
   std::string out;

@@ -1,17 +1,17 @@
 // The code page Windows-1252 at the system's outer edges: terminal, browser, SQL values, JSON.
-// Inside, every string is bytes of this page; outside it is UTF-8. The mapping is one-to-one for all 256
-// bytes: the five bytes that the page leaves unassigned stand for the C1 code points of the same number. So
-// every byte survives a round trip, and the other 27 C1 code points have no byte. Runs of ASCII are copied
+// Inside, every string is bytes of this page; outside it is UTF-8. The mapping (session/CodePage.h) is
+// one-to-one for all 256 bytes, so every byte survives a round trip; 27 C1 code points have no byte. Runs of ASCII are copied
 // eight bytes at a time.
 #pragma once
 
 #include <string>
 #include <string_view>
 
+#include "session/CodePage.h"
+
 namespace nvadmin::engine {
 
-// The code point of one byte.
-char32_t CodePointOf(unsigned char byte);
+using nvadmin::CodePointOf;
 
 std::string ToUtf8(std::string_view bytes);
 // `bytes` must not lie in `out`.

@@ -20,6 +20,7 @@ constexpr std::string_view kBreakMark = "B\xF8";
 constexpr std::int32_t kHeadingAttribute = 3;
 constexpr std::int32_t kTotalAttribute = 4;
 constexpr std::int32_t kBreakAttribute = 5;
+constexpr std::string_view kFourMarks = "\xFE\xFE\xFE\xFE";
 constexpr std::int32_t kLastDefaultColumn = 1000;
 constexpr std::int32_t kMissesThatEndDefaults = 4;
 constexpr std::int32_t kDefaultWidth = 10;
@@ -97,6 +98,15 @@ class Phrases {
   Words breaks_;
 };
 
+// Marks the column of a word as its phrases say; sets `anyTotal` when it is totalled.
+void SetMarks(std::string& item, std::string_view word, const Phrases& phrases, bool& anyTotal) {
+  if (phrases.IsTotal(word)) {
+    item = RReplace(item, kTotalAttribute, kTotalMark);
+    anyTotal = true;
+  }
+  if (phrases.IsBreak(word)) item = RReplace(item, kBreakAttribute, kBreakMark);
+}
+
 // The ColumnItem of a word, with its marks set and its correlative compiled; sets `anyTotal` when it is
 // totalled.
 std::string PrepareColumnItem(const std::string& word, const ReportSentence& report, const Phrases& phrases,
@@ -106,13 +116,7 @@ std::string PrepareColumnItem(const std::string& word, const ReportSentence& rep
     item = Concat({"ERROR", AttributeMark, AttributeMark, "ERROR(", word, ")"});
   } else {
     if (Trim(Attribute(item, kHeadingAttribute)).empty()) item = RReplace(item, kHeadingAttribute, word);
-    if (phrases.IsTotal(word)) {
-      item = RReplace(item, kTotalAttribute, kTotalMark);
-      anyTotal = true;
-    }
-    if (phrases.IsBreak(word)) {
-      item = RReplace(item, kBreakAttribute, kBreakMark);
-    }
+    SetMarks(item, word, phrases, anyTotal);
   }
   CompileCorrelative(item, report.dictionaryFile);
   return item;
@@ -168,7 +172,9 @@ ReportColumn::ReportColumn(std::string_view item)
       conversion(Trim(Attribute(item, 7))),
       correlative(Trim(Attribute(item, 8))),
       justification(Attribute(item, 9)),
-      width(UsableWidth(LeadingWholeNumber(Attribute(item, 10)))) {
+      declaredWidth(LeadingWholeNumber(Attribute(item, 10))),
+      width(UsableWidth(declaredWidth)) {
+  if (declaredWidth == 0) declaredWidth = kDefaultWidth;
   const std::string type = ToUpper(Attribute(item, 1).substr(0, 1));
   hasData = type == "A" || type == "D" || type == "S";
   showsItemId = Attribute(item, 2) == "0";
@@ -185,6 +191,25 @@ ReportColumns PrepareColumns(const ReportSentence& report) {
   while (!words.AtEnd()) {
     const std::string word(words.Next());
     prepared.columns.emplace_back(PrepareColumnItem(word, report, phrases, prepared.anyTotal));
+  }
+  return prepared;
+}
+
+ReportColumns PrepareDescribedColumns(const std::vector<std::string>& descriptions,
+                                      std::string_view modifierList) {
+  ReportColumns prepared;
+  const Phrases phrases(modifierList);
+  for (const std::string& description : descriptions) {
+    const std::string heading = FField(description, ColumnPartMark, 1);
+    const std::string format = FField(description, ColumnPartMark, 2);
+    const std::string conversion = FField(description, ColumnPartMark, 3);
+    const std::string word = FField(description, ColumnPartMark, 4);
+    std::string item =
+        Concat({"A", AttributeMark, std::to_string(prepared.columns.size() + 1), AttributeMark, heading,
+                kFourMarks, conversion, AttributeMark, AttributeMark, std::string_view(format).substr(0, 1),
+                AttributeMark, std::string_view(format).substr(std::min<std::size_t>(1, format.size()))});
+    SetMarks(item, word.empty() ? heading : word, phrases, prepared.anyTotal);
+    prepared.columns.emplace_back(item);
   }
   return prepared;
 }

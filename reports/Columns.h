@@ -24,10 +24,11 @@ struct ReportColumn {
   std::string heading;  // all of attribute 3
   bool isTotalled = false;
   bool isBreak = false;
-  std::string conversion;     // trimmed
-  std::string correlative;    // trimmed
-  std::string justification;  // attribute 9 as it is
-  std::int32_t width = 0;     // 10 where the dictionary has none below 1; at most 1,000,000
+  std::string conversion;          // trimmed
+  std::string correlative;         // trimmed
+  std::string justification;       // attribute 9 as it is
+  std::int32_t declaredWidth = 0;  // 10 where the dictionary has 0
+  std::int32_t width = 0;          // in characters: 10 where that is below 1; at most 1,000,000
 };
 
 struct ReportColumns {
@@ -39,6 +40,13 @@ struct ReportColumns {
 // "ERROR(word)" with empty cells; without any words the dictionary's items 1, 2, 3 ... are taken, up to 1000
 // or the fourth that is missing.
 ReportColumns PrepareColumns(const ReportSentence& report);
+
+// The columns of a result whose cells the engine has computed, from their descriptions: heading,
+// ColumnPartMark, justification letter with the width behind it, ColumnPartMark, conversion, and from an
+// engine that tells it, ColumnPartMark and the word by which the sentence named the column. The phrases of
+// the modifiers name a column by that word, or by its heading where there is none.
+ReportColumns PrepareDescribedColumns(const std::vector<std::string>& descriptions,
+                                      std::string_view modifierList);
 
 // The cell as it is stored: the item ID or an attribute, with the column's correlative applied. Requires
 // column.hasData.

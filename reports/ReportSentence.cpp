@@ -37,12 +37,17 @@ std::string ReportFileName(std::string_view normalised) {
 
 }  // namespace
 
-std::string AnalyseReportSentence(std::string_view sentence, ReportSentence& report) {
-  const std::string reply = EExecute(sentence);
-  report.columnWords = EExtract(reply, kColumnWordsAttribute, 0, 0);
-  report.modifierList = Concat({ValueMark, EExtract(reply, kModifiersAttribute, 0, 0), ValueMark});
+std::string ModifierListOf(std::string_view reply) {
+  return Concat({ValueMark, EExtract(reply, kModifiersAttribute, 0, 0), ValueMark});
+}
 
-  report.fileName = ReportFileName(Normalise(sentence));
+std::string AnalyseReportSentence(std::string_view sentence, ReportSentence& report) {
+  report.reply = EExecute(sentence);
+  report.columnWords = EExtract(report.reply, kColumnWordsAttribute, 0, 0);
+  report.modifierList = ModifierListOf(report.reply);
+
+  report.askedName = ReportFileName(Normalise(sentence));
+  report.fileName = report.askedName;
   if (!OOpen(report.fileName, report.dataFile)) {
     return Concat(
         {"Can not open file/table '", report.fileName, "', System message(if any) = '", ErrorDetail(), "'"});
@@ -50,7 +55,7 @@ std::string AnalyseReportSentence(std::string_view sentence, ReportSentence& rep
   std::string dictionaryName = Concat({"DICT ", report.fileName});
   OOpen(dictionaryName, report.dictionaryFile);
 
-  const std::string options = EExtract(reply, kOptionsAttribute, 0, 0);
+  const std::string options = EExtract(report.reply, kOptionsAttribute, 0, 0);
   report.showsItemId = FindInAnyCase(options, "ID-SUPP") == std::string::npos;
   return {};
 }

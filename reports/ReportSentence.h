@@ -12,7 +12,10 @@
 namespace nvadmin {
 
 struct ReportSentence {
-  // The second word of the sentence, behind "dict" the third with "_dict" behind it; as OOpen rewrote it.
+  std::string reply;      // the engine's, whole
+  std::string askedName;  // the file as the sentence names it, before OOpen rewrote it
+  // The same as OOpen rewrote it: the second word of the sentence, behind "dict" the third with "_dict"
+  // behind it.
   std::string fileName;
   std::string dataFile;        // FileVar
   std::string dictionaryFile;  // FileVar; empty when the dictionary can't be opened
@@ -20,6 +23,9 @@ struct ReportSentence {
   std::string modifierList;    // the reply's attribute 6 between two ValueMarks
   bool showsItemId = true;     // false under ID-SUPP
 };
+
+// The reply's modifiers with a ValueMark at both ends, as the phrases are looked for in them.
+std::string ModifierListOf(std::string_view reply);
 
 // Runs the sentence through the engine and fills `report`. Empty when all went well; else the message that
 // tells why the file can't be opened, for the caller to show, and the report is over. A sentence that the

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "reports/Columns.h"
+#include "reports/ReportRun.h"
 #include "reports/ReportSentence.h"
 #include "reports/Totals.h"
 #include "session/Marks.h"
@@ -35,19 +36,10 @@ struct DisplayPosition {
   std::string heading;
 };
 
-struct Report {
-  ReportSentence sentence;
-  std::vector<ReportColumn> columns;
-  bool anyTotal = false;
-  std::size_t firstColumn = 0;  // display position of the first column: 1 behind the item ID, else 0
-
+struct Report : ReportRun {
   std::vector<DisplayPosition> positions;
-
-  std::vector<std::string> row;  // the cells of the current item, by display position
-  Totals totals{0};
   std::int32_t pageNumber = 1;
   std::int32_t lineCount = 0;
-  std::int64_t itemCount = 0;
   bool lineIsOpen = false;  // text stands on the line that was printed last
 };
 
@@ -63,7 +55,6 @@ void AddPosition(Report& report, std::string_view justification, std::int32_t wi
 
 void BuildHeading(Report& report) {
   if (report.sentence.showsItemId) AddPosition(report, "L", kItemIdWidth, "ItemID");
-  report.firstColumn = report.positions.size();
   for (const ReportColumn& column : report.columns) {
     const bool right = ToUpper(Trim(column.justification)) == "R";
     AddPosition(report, right ? "R" : "L", column.width, column.heading);
@@ -113,10 +104,8 @@ Run StepPage(Report& report) {
 Run PrintTotalLine(Report& report, std::string_view label, TotalRow totalRow) {
   PPrint(FFmt(label, Mask("L", report.positions[0].width)), /*lineEnd=*/false);
   for (std::size_t position = 1; position < report.positions.size(); ++position) {
-    const std::size_t index = position - report.firstColumn;
-    const ReportColumn& column = report.columns[index];
-    const std::string text = column.isTotalled ? report.totals.Show(totalRow, column, index) : " ";
-    PPrint(FFmt(text, report.positions[position].mask) + " ", /*lineEnd=*/false);
+    PPrint(FFmt(report.ShowTotal(totalRow, position, " "), report.positions[position].mask) + " ",
+           /*lineEnd=*/false);
   }
   EndLine(report);
   report.lineCount += 2;
@@ -135,32 +124,12 @@ Run PrintValueLine(Report& report, std::vector<PartWalk>& values) {
   return Run::kGoesOn;
 }
 
-// Computes the cells of the item, with its part in totals and breaks. `valueCount` becomes the number of
-// lines that it needs.
-Run EvaluateItem(Report& report, std::string_view dataItem, const std::string& itemId,
-                 std::int32_t& valueCount) {
-  valueCount = 1;
-  if (report.sentence.showsItemId) report.row[0] = itemId;
-  for (std::size_t index = 0; index < report.columns.size(); ++index) {
-    const ReportColumn& column = report.columns[index];
-    std::string& cell = report.row[report.firstColumn + index];
-    cell.clear();
-    if (!column.hasData) continue;
-    cell = StoredCell(column, dataItem, itemId, report.sentence.dataFile);
-    if (report.anyTotal && report.totals.Take(column, index, cell, report.itemCount) &&
-        PrintTotalLine(report, "SubTotal(s)", TotalRow::kSub) == Run::kQuit) {
-      return Run::kQuit;
-    }
-    ConvertCell(column, cell);
-    if (cell.find(ValueMark) != std::string::npos)
-      valueCount = std::max(valueCount, DDCount(cell, ValueMark));
-  }
-  return Run::kGoesOn;
-}
-
 Run PrintItem(Report& report, std::string_view dataItem, const std::string& itemId) {
   std::int32_t valueCount = 1;
-  if (EvaluateItem(report, dataItem, itemId, valueCount) == Run::kQuit) return Run::kQuit;
+  const auto showSubTotal = [&report] {
+    return PrintTotalLine(report, "SubTotal(s)", TotalRow::kSub) != Run::kQuit;
+  };
+  if (!TakeItem(report, dataItem, itemId, valueCount, showSubTotal)) return Run::kQuit;
   std::vector<PartWalk> values;
   values.reserve(report.row.size());
   for (const std::string& cell : report.row) values.push_back(WalkValues(cell));
@@ -217,12 +186,8 @@ void TerminalReport() {
     PPrint(": ", /*lineEnd=*/false);
     return;
   }
-  ReportColumns prepared = PrepareColumns(report.sentence);
-  report.columns = std::move(prepared.columns);
-  report.anyTotal = prepared.anyTotal;
-  report.totals = Totals(report.columns.size());
+  report.SetColumns(PrepareColumns(report.sentence), report.sentence.showsItemId);
   BuildHeading(report);
-  report.row.resize(report.positions.size());
 
   PrintPageHeader(report);
   std::string itemId;
@@ -233,9 +198,7 @@ void TerminalReport() {
     case Run::kQuit:
       return PrintQuit();
     case Run::kItemMissing:
-      PPrint(Concat({"ERROR [914] Item '", itemId, "' not found in table/file '", report.sentence.fileName,
-                     "'"}),
-             /*lineEnd=*/true);
+      PPrint(MissingItemText(itemId, report.sentence), /*lineEnd=*/true);
   }
 }
 

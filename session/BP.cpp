@@ -4,6 +4,7 @@
 #include <array>
 
 #include "backserver/basNvBacksrv.h"
+#include "forms/basMenus.h"
 #include "queries/basTCLX.h"
 #include "reports/TerminalReport.h"
 #include "session/SessionState.h"
@@ -15,12 +16,7 @@ namespace nvadmin {
 
 namespace {
 
-// A browser gets pages, which this build doesn't make; it must not be given terminal lines as if they were
-// one.
-void FailForBrowser(std::string_view what) {
-  if (LentEngine().GetOutputMode() != "HTML") return;
-  throw EngineFailure(Concat({what, " can't be shown in a browser by this build: use a terminal"}));
-}
+bool ShowsPages() { return LentEngine().GetOutputMode() == "HTML"; }
 
 // A SELECT is SQL when its last character is ";" or when " FROM " stands in it.
 bool IsSql(std::string_view sentence) {
@@ -29,14 +25,10 @@ bool IsSql(std::string_view sentence) {
 
 void ServeSelect() {
   if (!IsSql(Session().CmdSentenceText)) return SelectAndSave();
-  FailForBrowser("a query");
-  QueryListing();
+  return ShowsPages() ? QueryPage() : QueryListing();
 }
 
-void ServeReport() {
-  FailForBrowser("a report");
-  TerminalReport();
-}
+void ServeReport() { return ShowsPages() ? ReportPage() : TerminalReport(); }
 
 struct ServedWord {
   std::string_view word;
@@ -73,7 +65,7 @@ void BP::CmdSentence(std::string_view text) { Session().CmdSentenceText = text; 
 
 void BP::Test() {}
 
-void BP::UMenu() { throw EngineFailure("this build has no Admin Menu"); }
+void BP::UMenu() { AdminMenu(); }
 
 void BP::Query() {
   const std::string word = ToUpper(FField(Session().CmdSentenceText, " ", 1));

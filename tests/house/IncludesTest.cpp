@@ -34,7 +34,8 @@ const std::vector<Rule> kRules = {
     {"bulk/", {"session/", "platform/", "forms/"}},
     {"backserver/", {"session/", "platform/", "reports/"}},
     {"mv/", {"session/MvServices.h"}},
-    {"engine/", {"mv/", "session/EngineCallBack.h", "session/MvServices.h", "session/BP.h"}},
+    {"engine/",
+     {"mv/", "session/EngineCallBack.h", "session/MvServices.h", "session/BP.h", "session/CodePage.h"}},
     {"samples/", {"engine/", "mv/", "session/EngineCallBack.h"}},
     {"host/", {"engine/", "session/", "samples/"}},
 };

@@ -1,0 +1,43 @@
+// Reads a text file of any size line by line, in chunks of 65,536 bytes: memory holds one chunk and the
+// longest line. Knows nothing of what the lines mean.
+//
+// CR ends a line; one LF at the start of a line is dropped, any other LF is text. What stands behind the last
+// CR is a line too, so a file that ends in a line end ends in an empty line, and an empty file has one. All
+// bytes come through unchanged. Order of calls: OOpen, then Eof and LineGet in turn, then CClose; it may be
+// opened again.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/BinaryFile.h"
+
+namespace nvadmin {
+
+class BinaryFileProvider {
+ public:
+  // True once the last line has been handed out; keeps its value until the next OOpen.
+  bool Eof() const { return AtEnd; }
+  void CClose() { File.reset(); }
+  // `sFile` is a full path. Closes the file before. Fails, naming the file, when it can't be opened or read.
+  void OOpen(std::string_view sFile);
+  // The next line, without its line end, lent until the next call. Requires that Eof isn't true yet. Fails,
+  // naming the file and the place, when a chunk can't be read.
+  std::string_view LineGet();
+
+ private:
+  bool FillBuffer();
+
+  std::optional<BinaryFile> File;
+  std::int64_t ChunksRead = 0;
+  std::int64_t ChunkCount = 0;
+  std::string Buffer;          // what is left of the chunks read, from the line in hand on
+  std::size_t LineStart = 0;   // in Buffer
+  std::size_t SearchFrom = 0;  // in Buffer: no CR stands before it and behind LineStart
+  bool AtEnd = false;
+};
+
+}  // namespace nvadmin

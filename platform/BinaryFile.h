@@ -1,0 +1,30 @@
+// A file that is read in pieces, from its start to the length that it had when it was opened.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "platform/Files.h"
+
+namespace nvadmin {
+
+class BinaryFile {
+ public:
+  // `path` is absolute, in bytes of the code page, with "\" or the system's separator between folders. Fails,
+  // naming it, when it is no plain file or can't be opened.
+  explicit BinaryFile(std::string_view path);
+
+  std::int64_t Length() const { return length_; }
+  // Appends the next bytes of the file, at most `count` and no more than are left, to `text`. Fails, naming
+  // the file and the place, when they can't be read, as from a file that was cut short meanwhile.
+  void Read(std::size_t count, std::string& text);
+
+ private:
+  std::string path_;
+  platform::Handle file_;
+  std::int64_t length_ = 0;
+  std::int64_t position_ = 0;
+};
+
+}  // namespace nvadmin

@@ -1,0 +1,106 @@
+#include "platform/Files.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "session/CodePage.h"
+#include "session/EngineCallBack.h"
+
+namespace nvadmin::platform {
+
+namespace {
+
+void AppendCharacter(std::string& out, char32_t point) {
+  const auto byte = [](char32_t bits) { return static_cast<char>(bits); };
+  if (point < 0x80) {
+    out += byte(point);
+  } else if (point < 0x800) {
+    out += byte(0xC0 | point >> 6);
+    out += byte(0x80 | (point & 0x3F));
+  } else {
+    out += byte(0xE0 | point >> 12);
+    out += byte(0x80 | (point >> 6 & 0x3F));
+    out += byte(0x80 | (point & 0x3F));
+  }
+}
+
+// The byte whose character stands at the start of `onDisk`, which then goes on behind it. False: none has.
+bool TakeByte(std::string_view& onDisk, char& byte) {
+  for (unsigned number = 0; number < 256; ++number) {
+    std::string character;
+    AppendCharacter(character, CodePointOf(static_cast<unsigned char>(number)));
+    if (!onDisk.starts_with(character)) continue;
+    onDisk.remove_prefix(character.size());
+    byte = static_cast<char>(number);
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+void Fail(std::string_view what, std::string_view path, std::string_view why) {
+  throw EngineFailure(std::string(what).append(" '").append(path).append("': ").append(why));
+}
+
+void FailBySystem(std::string_view what, std::string_view path, int number) {
+  Fail(what, path, std::generic_category().message(number));
+}
+
+std::string NameOnDisk(std::string_view name) {
+  std::string onDisk;
+  for (char byte : name) AppendCharacter(onDisk, CodePointOf(static_cast<unsigned char>(byte)));
+  return onDisk;
+}
+
+std::string PathOnDisk(std::string_view path) {
+  std::string onDisk = NameOnDisk(path);
+  for (char& byte : onDisk) {
+    if (byte == kSeparator) byte = '/';
+  }
+  return onDisk;
+}
+
+bool ReadNameOnDisk(std::string_view onDisk, std::string& name) {
+  name.clear();
+  while (!onDisk.empty()) {
+    char byte = onDisk.front();
+    const bool isAscii = static_cast<signed char>(byte) >= 0;
+    if (isAscii) {
+      onDisk.remove_prefix(1);
+    } else if (!TakeByte(onDisk, byte)) {
+      return false;
+    }
+    name += byte;
+  }
+  return true;
+}
+
+Handle::~Handle() {
+  if (number_ >= 0) close(number_);
+}
+
+std::size_t LengthOfPlainFile(const Handle& file, std::string_view path) {
+  struct stat state {};
+  if (fstat(file.Number(), &state) != 0 || !S_ISREG(state.st_mode)) {
+    Fail("can't read the file", path, "it is no plain file");
+  }
+  return static_cast<std::size_t>(state.st_size);
+}
+
+std::size_t ReadSome(const Handle& file, std::string_view path, std::size_t count, std::string& text) {
+  const std::size_t before = text.size();
+  text.resize(before + count);
+  ssize_t got = 0;
+  do {
+    got = read(file.Number(), text.data() + before, count);
+  } while (got < 0 && errno == EINTR);
+  text.resize(before + static_cast<std::size_t>(got < 0 ? 0 : got));
+  if (got < 0) FailBySystem("can't read the file", path, errno);
+  return static_cast<std::size_t>(got);
+}
+
+}  // namespace nvadmin::platform
