@@ -123,8 +123,9 @@ class Algebra {
   bool ReadWord(Operand& result) {
     std::size_t length = 0;
     while (length < rest_.size() && IsLetter(rest_[length])) ++length;
-    const std::string_view word = rest_.substr(0, length);
-    rest_.remove_prefix(length);
+    std::string_view word = rest_.substr(0, length);
+    if (IsWord(word, "VR") || IsWord(word, "LPVR")) word.remove_suffix(1);  // the R behind an operand
+    rest_.remove_prefix(word.size());
     if (IsWord(word, "V") || IsWord(word, "LPV")) {
       result.text.assign(conversion_.value);
       return true;

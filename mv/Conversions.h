@@ -35,6 +35,12 @@ std::string Oconv(std::string_view value, std::string_view code, const Conversio
 // being `typed` unchanged; false when the text can't be read under the code.
 bool Iconv(std::string_view typed, std::string_view code, std::string& stored);
 
+// A code of masked decimals (MD, ML, MR) as two steps: `plain` makes of a stored number one that can be added
+// up as it is printed (digits, a point, a minus in front), and `shown` makes of such a number, or a sum of
+// them, what the code shows. False, with both unchanged, for any other code, for several, and for a mask
+// alone.
+bool SplitDecimalCode(std::string_view code, std::string& plain, std::string& shown);
+
 // One value (marks are ordinary characters) laid out by a mask such as "L#12", "R2,#10", "10'0'R".
 std::string Fmt(std::string_view value, std::string_view mask);
 

@@ -223,13 +223,14 @@ bool TakeTypedPart(std::string_view& rest, TypedPart& part) {
   return part.length <= kMaxDigits;
 }
 
-// Exactly three parts with anything printable between them. Marks and control characters are no separators.
+// Exactly three parts with anything printable between them, such as the separator of a code. Marks and
+// control characters are no separators.
 bool ParseTypedParts(std::string_view rest, std::array<TypedPart, 3>& parts) {
   std::size_t count = 0;
   while (!rest.empty()) {
     const char next = rest.front();
     if (!IsLetter(next) && !IsDigit(next)) {
-      if (next < ' ' || next > '~') return false;
+      if (IsMark(next) || IsControl(next)) return false;
       rest.remove_prefix(1);
     } else if (count == parts.size() || !TakeTypedPart(rest, parts[count++])) {
       return false;
@@ -252,9 +253,11 @@ std::optional<DayNumber> FindTypedDay(const std::array<TypedPart, 3>& parts, std
   if (dayPart.isName || yearPart.isName) return std::nullopt;
   int yearNumber = yearPart.number;
   if (yearPart.length <= 2) yearNumber += yearNumber <= kLastYearOf2000 ? 2000 : 1900;
+  // The calendar's types keep eight bits of a month or day, so what is too large for them is refused here.
+  if (yearNumber < 1 || monthPart.number > 12 || dayPart.number > 31) return std::nullopt;
   const year_month_day date{year{yearNumber}, std::chrono::month{static_cast<unsigned>(monthPart.number)},
                             std::chrono::day{static_cast<unsigned>(dayPart.number)}};
-  if (!date.ok() || yearNumber < 1) return std::nullopt;
+  if (!date.ok()) return std::nullopt;
   return (sys_days{date} - kDayZero).count();
 }
 
@@ -301,12 +304,14 @@ bool ConvertDate(const Conversion& conversion, std::string& result) {
 bool ReadDate(std::string_view typed, std::string_view codeText, std::string& stored) {
   DateCode code;
   if (!ParseDateCode(codeText, code) || code.readsDate) return false;
-  // A year typed first, as in 2022-10-03, can't be a day or a month, so it is understood under every order.
+  // A year typed first, as in 2022-10-03, can't be a day or a month, so it is understood under every order; a
+  // code that shows it first itself says what stands behind it.
   const std::string_view trimmed = TrimBlanks(typed);
   const bool yearFirst = trimmed.size() > 2 && std::all_of(trimmed.begin(), trimmed.begin() + 3, IsDigit);
   std::string_view order = code.european ? "DMY" : "MDY";
   if (code.letterCount == 3) order = code.Letters();
-  return ReadTypedDate(typed, yearFirst ? "YMD" : order, stored);
+  if (yearFirst && order.front() != 'Y') order = "YMD";
+  return ReadTypedDate(typed, order, stored);
 }
 
 }  // namespace nvadmin::mv

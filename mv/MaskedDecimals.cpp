@@ -1,6 +1,7 @@
 // MD, ML, MR: masked decimals. M, the letter, decimals and scale, options; then MD takes a width with a fill,
 // ML and MR a mask.
 #include <algorithm>
+#include <utility>
 
 #include "mv/ConversionRoutines.h"
 #include "mv/Masks.h"
@@ -13,6 +14,8 @@ namespace {
 
 constexpr std::string_view kOptions = "Z,$PT";
 constexpr std::string_view kSignCodes = "-M<ECD+N";
+// What may stand before the digits, a fill in front of it.
+constexpr std::string_view kLeftSigns = "-$<";
 // Where a mask follows, "-" is a part of it.
 constexpr std::string_view kSignCodesBeforeMask = "M<ECD+N";
 
@@ -49,16 +52,25 @@ bool ParseWidth(std::string_view rest, std::size_t& width, char& fill) {
 bool ConvertIntoMask(const Conversion& conversion, Justification justification, std::string& result) {
   const DecimalCode code = ParseDecimalCode(conversion.code, kSignCodesBeforeMask);
   const std::string_view mask = WithoutParentheses(code.rest);
-  if (code.onlyMask) return AppendInMask(conversion.value, mask, justification, result);
+  std::string written(conversion.value);
   NumberText number;
-  if (!ParseNumber(conversion.value, number)) return false;
-  if (mask.empty()) {
-    AppendNumber(number, code.format, result);
-    return true;
+  if (!code.onlyMask) {
+    if (!ParseNumber(conversion.value, number)) return false;
+    written.clear();
+    AppendNumber(number, code.format, written);
   }
-  std::string written;
-  AppendNumber(number, code.format, written);
-  return AppendInMask(written, mask, justification, result);
+  if (!mask.empty()) return AppendInMask(written, mask, justification, result);
+  result.swap(written);
+  return true;
+}
+
+// A typed number without what fills the room before it. Zeros are fill before a sign, else digits of its own.
+std::string_view WithoutFill(std::string_view typed, std::string_view fills) {
+  std::size_t first = std::min(typed.find_first_not_of(fills), typed.size());
+  const bool isBeforeSign = first < typed.size() && kLeftSigns.find(typed[first]) != std::string_view::npos;
+  if (!isBeforeSign) first = std::min(first, typed.find('0'));
+  typed.remove_prefix(std::min(first, typed.size()));
+  return typed;
 }
 
 // Takes what stands around a typed number off it; true when that says the number is negative.
@@ -93,10 +105,12 @@ bool CopyWithoutCommas(std::string_view typed, std::string& digits) {
   return true;
 }
 
-bool ReadDecimal(std::string_view typed, const NumberFormat& format, std::string& stored) {
-  typed = TrimBlanks(typed);
+bool ReadDecimal(std::string_view typed, const NumberFormat& format, std::string_view fills,
+                 std::string& stored) {
+  typed = WithoutFill(TrimBlanks(typed), fills);
   const bool negative = TakeSign(typed, format.sign);
-  TakeCharacter(typed, '$');
+  typed = WithoutFill(typed, fills);
+  if (TakeCharacter(typed, '$')) typed = WithoutFill(typed, fills);
   std::string digits;
   NumberText number;
   const bool hasSecondSign = !typed.empty() && (typed.front() == '-' || (negative && typed.front() == '+'));
@@ -111,9 +125,27 @@ bool ReadDecimal(std::string_view typed, const NumberFormat& format, std::string
 bool ReadFromMask(std::string_view typed, std::string_view codeText, Justification justification,
                   std::string& stored) {
   const DecimalCode code = ParseDecimalCode(codeText, kSignCodesBeforeMask);
-  if (!code.onlyMask) return ReadDecimal(typed, code.format, stored);
-  if (!TakeOutOfMask(typed, WithoutParentheses(code.rest), justification, stored)) stored.assign(typed);
-  return true;
+  const std::string_view mask = WithoutParentheses(code.rest);
+  std::string taken;
+  if (!TakeOutOfMask(typed, mask, justification, taken)) taken.assign(typed);
+  if (code.onlyMask) {
+    stored.swap(taken);
+    return true;
+  }
+  std::string fills = " ";
+  for (const auto& [place, fill] : {std::pair{'*', '*'}, {'%', '0'}}) {
+    if (mask.find(place) != std::string_view::npos) fills += fill;
+  }
+  typed = taken;
+  if (fills.find('*') != std::string::npos) typed = typed.substr(0, typed.find_last_not_of(" *") + 1);
+  return ReadDecimal(typed, code.format, fills, stored);
+}
+
+// What of a width's fill can be told from the number: no digits but zeros, and a point or comma only where
+// the text has the whole width.
+std::string ReadableFill(char fill, bool hasWholeWidth) {
+  const bool isOfNumbers = (IsDigit(fill) && fill != '0') || ((fill == '.' || fill == ',') && !hasWholeWidth);
+  return isOfNumbers ? " " : std::string{' ', fill};
 }
 
 }  // namespace
@@ -137,11 +169,35 @@ bool ConvertRightMaskedDecimal(const Conversion& conversion, std::string& result
   return ConvertIntoMask(conversion, Justification::kRight, result);
 }
 
+bool SplitDecimalCode(std::string_view code, std::string& plain, std::string& shown) {
+  constexpr std::size_t kFamilyLetters = 2;
+  const bool isMd = BeginsWith(code, "MD");
+  if (!isMd && !BeginsWith(code, "ML") && !BeginsWith(code, "MR")) return false;
+  const std::string_view family = code.substr(0, kFamilyLetters);
+  std::string_view rest = code.substr(kFamilyLetters);
+  const DecimalCode parsed = ParseDecimalCode(rest, isMd ? kSignCodes : kSignCodesBeforeMask);
+  std::size_t width = 0;
+  char fill = ' ';
+  const bool isWrong = isMd && !ParseWidth(parsed.rest, width, fill);
+  if (parsed.onlyMask || isWrong || code.find(kValueMark) != std::string_view::npos) return false;
+
+  const NumberFormat& format = parsed.format;
+  plain = "MD" + std::to_string(format.places) + std::to_string(format.shift);
+  if (format.zeroIsEmpty) plain += 'Z';
+  if (format.pointStopsScaling) plain += 'P';
+  if (format.cutsDecimals) plain += 'T';
+  int digit = 0;
+  if (TakeDigit(rest, digit)) TakeDigit(rest, digit);
+  shown.assign(family).append(std::to_string(format.places)).append("0").append(rest);
+  return true;
+}
+
 bool ReadMaskedDecimal(std::string_view typed, std::string_view codeText, std::string& stored) {
   const DecimalCode code = ParseDecimalCode(codeText, kSignCodes);
   std::size_t width = 0;
   char fill = ' ';
-  return ParseWidth(code.rest, width, fill) && ReadDecimal(typed, code.format, stored);
+  return ParseWidth(code.rest, width, fill) &&
+         ReadDecimal(typed, code.format, ReadableFill(fill, typed.size() == width), stored);
 }
 
 bool ReadLeftMaskedDecimal(std::string_view typed, std::string_view code, std::string& stored) {

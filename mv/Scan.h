@@ -18,6 +18,7 @@ constexpr bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 constexpr char ToUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; }
 constexpr char ToLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
 constexpr bool IsLetter(char c) { return ToUpper(c) >= 'A' && ToUpper(c) <= 'Z'; }
+constexpr bool IsControl(char c) { return (c >= 0 && c < ' ') || c == '\x7F'; }
 constexpr bool IsMark(char c) { return c == kAttributeMark || c == kValueMark || c == kSubvalueMark; }
 
 // Whether the text begins with a word given in capitals, in either case.

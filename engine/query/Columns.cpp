@@ -31,7 +31,9 @@ std::int32_t ReadLocation(std::string_view text) {
 
 bool IsStoredAsNumber(std::string_view conversion) {
   const std::string code = Capitals(conversion.substr(0, 2));
-  return code.starts_with('D') || code == "MT" || code == "MD";
+  if (code.starts_with('D') || code == "MT" || code == "MD") return true;
+  // The codes with a mask show any text where the mask stands alone.
+  return (code == "ML" || code == "MR") && mv::Oconv("text", conversion) == mv::kInconvertible;
 }
 
 // False when the dictionary item is no column.

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "engine/query/PushDown.h"
 #include "engine/query/Text.h"
 #include "mv/Conversions.h"
 
@@ -13,6 +12,8 @@ namespace {
 
 // From so many literals on a set is faster than one comparison after the other.
 constexpr std::size_t kLongList = 8;
+// A match costs in line with it.
+constexpr std::size_t kLongestPattern = 200;
 
 std::string ClauseOf(const Criterion& criterion) {
   return criterion.quantifier == Quantifier::kNone ? "WITH NO" : "WITH";
@@ -45,7 +46,7 @@ std::string UnknownWord(const Word& word, std::string_view clause, const Query& 
 
 bool Criteria::Compile(const Query& query, Columns& columns, std::string& error) {
   tests_.reserve(query.criteria.size());
-  std::vector<ScanCondition> ofTests;
+  std::vector<PushedConditions> ofTests;
   for (const Criterion& criterion : query.criteria) {
     Test test;
     test.quantifier = criterion.quantifier;
@@ -56,7 +57,7 @@ bool Criteria::Compile(const Query& query, Columns& columns, std::string& error)
     }
     test.definition = &columns[test.column];
     if (!CompileTest(query, criterion, test, error)) return false;
-    ofTests.push_back(ConditionOf(test));
+    ofTests.push_back(ConditionsOf(test));
     tests_.push_back(std::move(test));
   }
   steps_ = query.steps;
@@ -78,9 +79,12 @@ bool Criteria::CompileTest(const Query& query, const Criterion& criterion, Test&
 }
 
 bool Criteria::CompilePattern(const Word& word, Test& test, std::string& error) {
-  if (test.patterns.emplace_back().Read(word.text)) return true;
-  error = fmt::format("the pattern {} is longer than {} characters", Placed(word), Pattern::kMostCharacters);
-  return false;
+  if (word.text.size() > kLongestPattern) {
+    error = fmt::format("the pattern {} is longer than {} characters", Placed(word), kLongestPattern);
+    return false;
+  }
+  test.patterns.emplace_back().Read(word.text, mv::Pattern::Points::kAnyText);
+  return true;
 }
 
 bool Criteria::CompileLiteral(const Word& word, const Criterion& criterion, Test& test, std::string& error) {
@@ -118,32 +122,71 @@ bool Criteria::CompileLiteral(const Word& word, const Criterion& criterion, Test
   return true;
 }
 
-// What the attribute of the column must hold for a value of it to meet the test; empty when that is unknown.
+// What the attribute of the column must have for a value of it to meet the test; empty when that is unknown.
 ScanCondition Criteria::ConditionOf(const Test& test) {
   const Column& column = *test.definition;
   const bool isStored = column.correlative.empty() && column.attribute >= kItemId;
-  if (!isStored || test.quantifier == Quantifier::kNone || !test.keys.empty()) return {};
-  if (test.op == Operator::kNotEmpty) return {{column.attribute, {}}};
+  const bool isLong = !test.keys.empty() || test.literals.size() > 2 * kMostAlternatives;
+  if (!isStored || isLong || test.quantifier == Quantifier::kNone) return {};
 
   ScanCondition condition;
-  const auto add = [&](std::string_view text) {
+  const auto addText = [&](std::string_view text) {
     condition.push_back({column.attribute, std::string(text)});
     return !text.empty();
   };
-  if (test.op == Operator::kLike && column.conversion.empty()) {
-    for (const Pattern& pattern : test.patterns) {
-      if (!add(pattern.Literal())) return {};
-    }
-  }
-  if (test.op == Operator::kEqual) {
-    for (const Literal& literal : test.literals) {
-      const bool isWhole = literal.match == Match::kWhole;
-      if (!isWhole && !column.conversion.empty()) return {};
-      const bool isNumber = isWhole && column.numeric && literal.operand.rank == Operand::Rank::kNumber;
-      if (!add(isNumber ? DigitsOfNumber(literal.text) : literal.text)) return {};
-    }
+  const auto addRange = [&](const Literal* least, const Literal* most, bool withEnds) -> ScanAlternative& {
+    ScanAlternative& added = condition.emplace_back();
+    added.attribute = column.attribute;
+    added.range.emplace().numeric = column.numeric;
+    if (least != nullptr) added.range->least = {least->text, withEnds};
+    if (most != nullptr) added.range->most = {most->text, withEnds};
+    return added;
+  };
+  switch (test.op) {
+    case Operator::kNotEmpty:
+      return {{column.attribute}};
+    case Operator::kEqual:
+      for (const Literal& literal : test.literals) {
+        if (literal.match == Match::kWhole) {
+          const bool isNumber = column.numeric && literal.operand.rank == Operand::Rank::kNumber;
+          addRange(&literal, &literal, true).text = isNumber ? DigitsOfNumber(literal.text) : literal.text;
+        } else if (!column.conversion.empty() || !addText(literal.text)) {
+          return {};
+        }
+      }
+      break;
+    case Operator::kLike:
+      for (const mv::Pattern& pattern : test.patterns) {
+        if (!column.conversion.empty() || !addText(pattern.Literal())) return {};
+      }
+      break;
+    case Operator::kLess:
+    case Operator::kLessOrEqual:
+      for (const Literal& literal : test.literals)
+        addRange(nullptr, &literal, test.op == Operator::kLessOrEqual);
+      break;
+    case Operator::kGreater:
+    case Operator::kGreaterOrEqual:
+      for (const Literal& literal : test.literals)
+        addRange(&literal, nullptr, test.op == Operator::kGreaterOrEqual);
+      break;
+    case Operator::kBetween:
+      for (std::size_t at = 0; at < test.literals.size(); at += 2)
+        addRange(&test.literals[at], &test.literals[at + 1], true);
+      break;
+    case Operator::kNotEqual:
+    case Operator::kUnlike:
+      break;
   }
   return condition;
+}
+
+PushedConditions Criteria::ConditionsOf(const Test& test) {
+  ScanCondition condition = ConditionOf(test);
+  if (condition.empty() || condition.size() > kMostAlternatives) return {};
+  const bool hasRanges = std::all_of(condition.begin(), condition.end(),
+                                     [](const ScanAlternative& row) { return row.range.has_value(); });
+  return {{std::move(condition)}, /*decide=*/hasRanges && test.quantifier == Quantifier::kAny};
 }
 
 bool Criteria::Meets(Row& row) {
@@ -228,7 +271,7 @@ std::string_view Criteria::Shown(const Test& test, std::string_view value) {
 bool Criteria::IsLike(Test& test, std::string_view value) {
   const std::string_view shown = Shown(test, value);
   return std::any_of(test.patterns.begin(), test.patterns.end(),
-                     [shown](Pattern& pattern) { return pattern.Matches(shown); });
+                     [shown](mv::Pattern& pattern) { return pattern.Matches(shown); });
 }
 
 // Whether the value is one of the literals.

@@ -13,11 +13,12 @@
 #include <unordered_set>
 #include <vector>
 
+#include "engine/Order.h"
 #include "engine/query/Columns.h"
-#include "engine/query/Order.h"
-#include "engine/query/Pattern.h"
+#include "engine/query/PushDown.h"
 #include "engine/query/Query.h"
 #include "engine/query/Text.h"
+#include "mv/Pattern.h"
 
 namespace nvadmin::engine {
 
@@ -33,7 +34,7 @@ class Criteria {
   bool Meets(Row& row);
 
   // What every item that meets them has; see PushDown.h.
-  const std::vector<ScanCondition>& Conditions() const { return conditions_; }
+  const PushedConditions& Conditions() const { return conditions_; }
 
  private:
   enum class Match { kWhole, kBegins, kEnds, kHolds };
@@ -50,13 +51,14 @@ class Criteria {
     Operator op = Operator::kNotEmpty;
     bool hasWildcard = false;
     std::vector<Literal> literals;
-    std::vector<Pattern> patterns;
+    std::vector<mv::Pattern> patterns;
     KeySet keys;  // instead of the whole literals of a long list; order keys in a numeric column
   };
 
   bool CompileTest(const Query& query, const Criterion& criterion, Test& test, std::string& error);
   bool CompilePattern(const Word& word, Test& test, std::string& error);
   bool CompileLiteral(const Word& word, const Criterion& criterion, Test& test, std::string& error);
+  static PushedConditions ConditionsOf(const Test& test);
   static ScanCondition ConditionOf(const Test& test);
   bool MeetsTest(Test& test, Row& row);
   bool MeetsValue(Test& test, std::string_view value);
@@ -66,7 +68,7 @@ class Criteria {
 
   std::vector<Test> tests_;
   std::vector<CriteriaStep> steps_;
-  std::vector<ScanCondition> conditions_;
+  PushedConditions conditions_;
   std::string key_;    // scratch
   std::string shown_;  // scratch
 };

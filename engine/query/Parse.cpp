@@ -62,6 +62,13 @@ const Row* FindRow(const Row (&table)[rows], std::string_view word) {
   return row == std::end(table) ? nullptr : row;
 }
 
+// Of an unquoted word: a number, or a date, time or ID that begins as one.
+bool IsNumber(const Word& word) {
+  return mv::IsNumeric(word.text) || (!word.text.empty() && IsDigit(word.text[0]));
+}
+
+bool IsConnective(const Word& word) { return SameWord(word.text, "AND") || SameWord(word.text, "OR"); }
+
 class ClauseParser {
  public:
   ClauseParser(std::string_view sentence, std::span<const Word> words, const Vocabulary& vocabulary,
@@ -103,19 +110,27 @@ class ClauseParser {
   bool AddOptions(std::size_t position, std::string_view text);
   bool ParseOptions(const Word& bracket);
   bool CheckReplyText(const Word& word);
+  bool CheckShowsColumns(const Word& clause);
   bool TakeNamed(const Word& lead, const char* wanted, Word& named);
   bool NextQualifiesField() const;
 
   bool ParseCriteria(const Word& lead, Quantifier quantifier);
   bool ParseCriterion(const Word& lead, Quantifier quantifier);
+  bool TakeField(Criterion& criterion);
   bool TakeConnective(const Word*& lead, Quantifier& quantifier);
   const QuantifierWord* TakeQuantifier();
   bool NextContinuesCriterion(const Word& lead) const;
   const Word* TakeOperator(Operator& op);
+  const OperatorWord* FindOperator(std::size_t& at) const;
+  bool IsValueAt(std::size_t at) const;
+  bool ReadBareWord(const Word& word, bool behindField, bool& isValue);
   bool TakeValues(const Word* operatorWord, Criterion& criterion);
   bool IsReserved(const Word& word) const;
   void SkipThrowAwayWords();
-  bool IsThrowAway(const Word& word) const { return FindRow(kThrowAwayWords, word.text) != nullptr; }
+  // A throw-away word that the dictionary lacks.
+  bool MeansNothing(const Word& word) const {
+    return FindRow(kThrowAwayWords, word.text) != nullptr && !vocabulary_(word.text);
+  }
 
   void Connect(Join join);
   void SettlePending(Join weakest);
@@ -171,10 +186,7 @@ bool ClauseParser::IsReserved(const Word& word) const {
 }
 
 void ClauseParser::SkipThrowAwayWords() {
-  for (const Word* word = NextBare(); word != nullptr && IsThrowAway(*word) && !vocabulary_(word->text);
-       word = NextBare()) {
-    ++at_;
-  }
+  for (const Word* word = NextBare(); word != nullptr && MeansNothing(*word); word = NextBare()) ++at_;
 }
 
 bool ClauseParser::CheckReplyText(const Word& word) {
@@ -195,7 +207,9 @@ bool ClauseParser::TakeNamed(const Word& lead, const char* wanted, Word& named) 
     return Refuse(fmt::format("stray operator {}: {} needs {} first", Placed(*word), Placed(lead), wanted));
   }
   if (word->kind != WordKind::kBare || (IsReserved(*word) && !vocabulary_(word->text))) {
-    return Refuse(fmt::format("{} needs {} behind it, not {}", Placed(lead), wanted, Placed(*word)));
+    return Refuse(fmt::format(
+        "{} needs {} behind it, not {}{}", Placed(lead), wanted, Placed(*word),
+        word->kind == WordKind::kOpenBracket ? "; a bracket stands behind WITH, AND and OR alone" : ""));
   }
   named = *word;
   ++at_;
@@ -227,10 +241,8 @@ bool ClauseParser::ParseClause(const Word& word) {
       break;
   }
   if (const Clause* clause = FindRow(kClauses, word.text)) return (this->*clause->parse)(word);
-  const bool meansNothing = IsThrowAway(word);
-  const bool isOperator = FindRow(kOperators, word.text) != nullptr;
-  if ((meansNothing || isOperator) && !vocabulary_(word.text)) {
-    if (meansNothing) return true;
+  if (MeansNothing(word)) return true;
+  if (FindRow(kOperators, word.text) != nullptr && !vocabulary_(word.text)) {
     return Refuse(fmt::format("stray operator {}: it stands behind no field of WITH", Placed(word)));
   }
   return AddColumn(word);
@@ -244,8 +256,9 @@ bool ClauseParser::AddId(const Word& word) {
 
 bool ClauseParser::AddColumn(const Word& word) {
   if (query_.verb->answer != Answer::kReport) {
-    return Refuse(
-        fmt::format("{} belongs to no WITH or BY, and {} shows no columns", Placed(word), query_.verb->word));
+    return Refuse(fmt::format(
+        "{} belongs to no WITH or BY, and {} shows no columns; a value of several words stands in quotes",
+        Placed(word), query_.verb->word));
   }
   if (!CheckReplyText(word)) return false;
   query_.columns.push_back(word.text);
@@ -293,9 +306,16 @@ bool ClauseParser::ParseSample(const Word& word) {
   return true;
 }
 
+// A clause that shows a column, of a verb that shows none.
+bool ClauseParser::CheckShowsColumns(const Word& clause) {
+  if (query_.verb->answer == Answer::kReport) return true;
+  return Refuse(
+      fmt::format("{} belongs to LIST and SORT; {} shows no columns", Placed(clause), query_.verb->word));
+}
+
 bool ClauseParser::ParseTotal(const Word& word) {
   Word column;
-  if (!TakeNamed(word, "a column", column) || !AddColumn(column)) return false;
+  if (!CheckShowsColumns(word) || !TakeNamed(word, "a column", column) || !AddColumn(column)) return false;
   query_.modifiers.emplace_back("TOTAL");
   query_.modifiers.emplace_back(column.text);
   return true;
@@ -303,7 +323,7 @@ bool ClauseParser::ParseTotal(const Word& word) {
 
 bool ClauseParser::ParseBreak(const Word& word) {
   Word column;
-  if (!TakeNamed(word, "a column", column) || !AddColumn(column)) return false;
+  if (!CheckShowsColumns(word) || !TakeNamed(word, "a column", column) || !AddColumn(column)) return false;
   std::string phrase(column.text);
   phrase += kSubvalueMark;
   if (NextIs(WordKind::kQuoted)) {
@@ -397,6 +417,7 @@ bool ClauseParser::TakeConnective(const Word*& lead, Quantifier& quantifier) {
 
 bool ClauseParser::ParseCriterion(const Word& lead, Quantifier quantifier) {
   Criterion criterion;
+  criterion.lead = lead;
   criterion.quantifier = quantifier;
   criterion.firstLiteral = query_.literals.size();
   SkipThrowAwayWords();
@@ -406,17 +427,13 @@ bool ClauseParser::ParseCriterion(const Word& lead, Quantifier quantifier) {
     criterion.quantifier = before.quantifier;
     criterion.op = before.op == Operator::kNotEmpty ? Operator::kEqual : before.op;
   } else {
-    if (const QuantifierWord* word = TakeQuantifier()) {
-      if (quantifier != Quantifier::kAny) {
-        return Refuse(fmt::format("{} can't stand behind WITHOUT", Placed(words_[at_ - 1])));
-      }
-      criterion.quantifier = word->quantifier;
-    }
-    if (!TakeNamed(lead, "a field", criterion.field)) return false;
+    if (!TakeField(criterion)) return false;
     criterion.op = Operator::kEqual;
   }
 
-  if (!TakeValues(TakeOperator(criterion.op), criterion)) return false;
+  const Word* operatorWord = TakeOperator(criterion.op);
+  criterion.hasOperator = operatorWord != nullptr;
+  if (!TakeValues(operatorWord, criterion)) return false;
   if (criterion.literalCount == 0) criterion.op = Operator::kNotEmpty;
 
   query_.steps.push_back({CriteriaStep::Kind::kTest, query_.criteria.size()});
@@ -424,14 +441,31 @@ bool ClauseParser::ParseCriterion(const Word& lead, Quantifier quantifier) {
   return true;
 }
 
-// Behind AND and OR themselves: an operator or a quoted value goes on with the field before.
+// Takes the field of a criterion, and the quantifier before it.
+bool ClauseParser::TakeField(Criterion& criterion) {
+  const Word* lead = &criterion.lead;
+  if (const QuantifierWord* word = TakeQuantifier()) {
+    lead = &words_[at_ - 1];
+    if (criterion.quantifier != Quantifier::kAny) {
+      return Refuse(fmt::format("{} can't stand behind WITHOUT", Placed(*lead)));
+    }
+    criterion.quantifier = word->quantifier;
+  }
+  if (!TakeNamed(*lead, "a field", criterion.field)) return false;
+  std::size_t at = at_;
+  if (!IsConnective(*lead) || !IsNumber(criterion.field) || FindOperator(at) != nullptr) return true;
+  return Refuse(fmt::format("{} could be a value or a column; put it in quotes if it is the value",
+                            Placed(criterion.field)));
+}
+
+// Behind AND and OR themselves: an operator, a quoted value or a number goes on with the field before.
 bool ClauseParser::NextContinuesCriterion(const Word& lead) const {
   const Word* word = Next();
-  if (word == nullptr || query_.criteria.empty()) return false;
-  if (!SameWord(lead.text, "AND") && !SameWord(lead.text, "OR")) return false;
+  if (word == nullptr || query_.criteria.empty() || !IsConnective(lead)) return false;
   if (word->kind == WordKind::kOperator || word->kind == WordKind::kQuoted) return true;
-  return word->kind == WordKind::kBare && FindRow(kOperators, word->text) != nullptr &&
-         !vocabulary_(word->text);
+  if (word->kind != WordKind::kBare || vocabulary_(word->text)) return false;
+  std::size_t behind = at_ + 1;
+  return FindRow(kOperators, word->text) != nullptr || (IsNumber(*word) && FindOperator(behind) == nullptr);
 }
 
 // Whether a field stands behind the next word, which can then be something else than the field.
@@ -439,11 +473,12 @@ bool ClauseParser::NextQualifiesField() const {
   return at_ + 1 < words_.size() && words_[at_ + 1].kind == WordKind::kBare && !IsReserved(words_[at_ + 1]);
 }
 
-// EVERY, EACH and NO, when a field follows; otherwise the word is the field.
+// EVERY, EACH and NO, when a field follows or the dictionary has no such word; otherwise the word is the
+// field.
 const QuantifierWord* ClauseParser::TakeQuantifier() {
   const Word* word = NextBare();
   const QuantifierWord* row = word == nullptr ? nullptr : FindRow(kQuantifiers, word->text);
-  if (row == nullptr || !NextQualifiesField()) return nullptr;
+  if (row == nullptr || (!NextQualifiesField() && vocabulary_(word->text))) return nullptr;
   ++at_;
   return row;
 }
@@ -452,15 +487,44 @@ const QuantifierWord* ClauseParser::TakeQuantifier() {
 // 5).
 const Word* ClauseParser::TakeOperator(Operator& op) {
   std::size_t at = at_;
-  if (const Word* word = NextBare(); word != nullptr && IsThrowAway(*word) && !vocabulary_(word->text)) ++at;
-  if (at >= words_.size()) return nullptr;
-  const Word& word = words_[at];
-  if (word.kind != WordKind::kOperator && word.kind != WordKind::kBare) return nullptr;
-  const OperatorWord* row = FindRow(kOperators, word.text);
+  const OperatorWord* row = FindOperator(at);
   if (row == nullptr) return nullptr;
   op = row->op;
   at_ = at + 1;
-  return &word;
+  return &words_[at];
+}
+
+// The operator that stands at a word or behind it, which `at` then tells; null when there is none.
+const OperatorWord* ClauseParser::FindOperator(std::size_t& at) const {
+  if (at < words_.size() && words_[at].kind == WordKind::kBare && MeansNothing(words_[at])) ++at;
+  if (at >= words_.size()) return nullptr;
+  const WordKind kind = words_[at].kind;
+  if (kind != WordKind::kOperator && kind != WordKind::kBare) return nullptr;
+  return FindRow(kOperators, words_[at].text);
+}
+
+// Whether a word is a value where it can be one.
+bool ClauseParser::IsValueAt(std::size_t at) const {
+  if (at >= words_.size()) return false;
+  const Word& word = words_[at];
+  if (word.kind != WordKind::kBare) return word.kind == WordKind::kQuoted;
+  return !IsReserved(word) && (mv::IsNumeric(word.text) || !vocabulary_(word.text));
+}
+
+// Whether the next word, an unquoted one directly behind a field or behind an unquoted value, is a value.
+// False when it is to be refused.
+bool ClauseParser::ReadBareWord(const Word& word, bool behindField, bool& isValue) {
+  isValue = mv::IsNumeric(word.text);
+  if (isValue || vocabulary_(word.text)) return true;
+  if (MeansNothing(word)) {
+    return Refuse(
+        fmt::format("{} could be a value or a word without meaning; quote it or leave it out", Placed(word)));
+  }
+  isValue = behindField || IsNumber(word);
+  if (!isValue || IsNumber(word) || !IsValueAt(at_ + 1)) return true;
+  return Refuse(
+      fmt::format("{} is no operator; one of several values, and a value of several words, stands in quotes",
+                  Placed(word)));
 }
 
 // The values behind a field; `operatorWord` is null when it has no operator.
@@ -469,16 +533,13 @@ bool ClauseParser::TakeValues(const Word* operatorWord, Criterion& criterion) {
   bool behindQuoted = false;
   for (const Word* word = Next(); word != nullptr; word = Next()) {
     if (word->kind != WordKind::kQuoted && word->kind != WordKind::kBare) break;
-    if (word->kind == WordKind::kBare) {
-      const bool behindOperator = operatorWord != nullptr && criterion.literalCount < needed;
-      if ((behindQuoted && !behindOperator) || IsReserved(*word)) break;
-      if (!behindOperator && !mv::IsNumeric(word->text)) {
-        if (vocabulary_(word->text)) break;
-        if (IsThrowAway(*word)) {
-          return Refuse(fmt::format("{} could be a value or a word without meaning; quote it or leave it out",
-                                    Placed(*word)));
-        }
-      }
+    const bool behindOperator = operatorWord != nullptr && criterion.literalCount < needed;
+    if (word->kind == WordKind::kBare && IsReserved(*word)) break;
+    if (word->kind == WordKind::kBare && !behindOperator) {
+      if (behindQuoted) break;
+      bool isValue = false;
+      if (!ReadBareWord(*word, criterion.literalCount == 0, isValue)) return false;
+      if (!isValue) break;
     }
     behindQuoted = word->kind == WordKind::kQuoted;
     query_.literals.push_back(*word);
@@ -535,11 +596,14 @@ bool ClauseParser::RefuseOpenBracket() {
 
 // ---- QSELECT ----
 
-// One item ID as it comes, further ones in quotes, then at most one unquoted word, the attribute.
+// One item ID as it comes, further ones in quotes, then at most one unquoted word, the attribute. Where a
+// list names the items, a word alone is the attribute.
 bool ClauseParser::ParseItems() {
+  const bool takesBareId = !query_.behindList || words_.size() > 1;
   while (at_ < words_.size()) {
     const Word& word = words_[at_++];
-    const bool isId = word.kind == WordKind::kQuoted || (word.kind == WordKind::kBare && query_.ids.empty());
+    const bool isBareId = word.kind == WordKind::kBare && query_.ids.empty() && takesBareId;
+    const bool isId = word.kind == WordKind::kQuoted || isBareId;
     const bool isAttribute = word.kind == WordKind::kBare && !isId && query_.attribute.text.empty();
     if (!isId && !isAttribute) {
       return Refuse(
@@ -580,7 +644,12 @@ bool ParseFile(std::span<const Word> words, Query& query, std::string& error) {
     return false;
   }
   query.file = words[at];
-  return true;
+  if (at + 1 == words.size() || words[at].kind != WordKind::kBare) return true;
+  // The add-in takes for the file all that goes up to the next blank.
+  const Word& behind = words[at + 1];
+  if (behind.position > words[at].position + words[at].text.size()) return true;
+  error = fmt::format("{} needs a blank before {}", Placed(words[at]), Placed(behind));
+  return false;
 }
 
 bool ParseClauses(std::string_view sentence, std::span<const Word> words, const Vocabulary& vocabulary,

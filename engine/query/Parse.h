@@ -13,12 +13,14 @@
 // has as a column is that column (a quantifier when another field follows it).
 //
 // Criteria. AND binds tighter than OR, and both tighter than a second WITH, which narrows what the first one
-// left. Behind AND and OR the field may be left out (QTY > 5 AND < 10; CITY = 'LEEDS' OR 'YORK'). Values. A
-// quoted text is a value. Directly behind an operator (behind BETWEEN twice) an unquoted word is one,
-// whatever the dictionary holds. Behind a field, or behind an unquoted value, an unquoted word is a value if
-// it is a number or the dictionary has no such column; a throw-away word there could mean either and is
-// refused. Behind a quoted value it never is a value. Several values mean any of them; for # and UNLIKE they
-// mean none of them, so that these are always the opposite of = and LIKE.
+// left. Behind AND and OR the field may be left out (QTY > 5 AND < 10; CITY = 'LEEDS' OR 'YORK'; QTY = 5 OR
+// 10). Values. A quoted text is a value. Directly behind an operator (behind BETWEEN twice) an unquoted word
+// is one, whatever the dictionary holds. Elsewhere behind a field or an unquoted value it is one if it is a
+// number, or begins with a digit and the dictionary has no such column. Of other words that the dictionary
+// lacks one directly behind the field is a value if no further value follows, so that no misspelt operator
+// becomes one; a throw-away word there could mean either and is refused. Behind a quoted value an unquoted
+// word never is a value. What is none goes on as a column. Several values mean any of them; for # and UNLIKE
+// they mean none of them, so that these are always the opposite of = and LIKE.
 //
 // Later additions: a clause is a row of kClauses in Parse.cpp with its routine; an operator a row of
 // kOperators, an Operator, and its case in Criteria.cpp.
@@ -43,8 +45,8 @@ const QueryVerb* FindQueryVerb(std::string_view word);
 // Reads verb, DICT and file word. False: the verb is none of a query, or no file word follows.
 bool ParseFile(std::span<const Word> words, Query& query, std::string& error);
 
-// Reads the rest into a query that ParseFile began. `words` are all of `sentence`. Takes time in line with
-// the length of the sentence, however deep its brackets are.
+// Reads the rest into a query that ParseFile began and that knows whether a list restricts it. `words` are
+// all of `sentence`. Takes time in line with the length of the sentence, however deep its brackets are.
 bool ParseClauses(std::string_view sentence, std::span<const Word> words, const Vocabulary& vocabulary,
                   Query& query, std::string& error);
 

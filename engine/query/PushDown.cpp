@@ -7,27 +7,28 @@
 namespace nvadmin::engine {
 namespace {
 
-// More of either cost a store more than they save.
+// More cost a store more than they save.
 constexpr std::size_t kMostConditions = 8;
-constexpr std::size_t kMostAlternatives = 16;
-
-using Conditions = std::vector<ScanCondition>;
 
 // Both sides must be met: so must all conditions.
-Conditions Join(Conditions left, Conditions right) {
-  const std::size_t room = kMostConditions - std::min(left.size(), kMostConditions);
-  const std::size_t taken = std::min(room, right.size());
-  std::move(right.begin(), right.begin() + static_cast<std::ptrdiff_t>(taken), std::back_inserter(left));
+PushedConditions Join(PushedConditions left, PushedConditions right) {
+  const std::size_t room = kMostConditions - std::min(left.all.size(), kMostConditions);
+  const std::size_t taken = std::min(room, right.all.size());
+  left.decide = left.decide && right.decide && taken == right.all.size();
+  std::move(right.all.begin(), right.all.begin() + static_cast<std::ptrdiff_t>(taken),
+            std::back_inserter(left.all));
   return left;
 }
 
 // One side must be met: so must a condition of the one or a condition of the other.
-Conditions Alternate(Conditions left, Conditions right) {
-  if (left.empty() || right.empty()) return {};
-  ScanCondition& either = left.front();
-  if (either.size() + right.front().size() > kMostAlternatives) return {};
-  std::move(right.front().begin(), right.front().end(), std::back_inserter(either));
-  left.resize(1);
+PushedConditions Alternate(PushedConditions left, PushedConditions right) {
+  if (left.all.empty() || right.all.empty()) return {};
+  ScanCondition& either = left.all.front();
+  ScanCondition& other = right.all.front();
+  if (either.size() + other.size() > kMostAlternatives) return {};
+  left.decide = left.decide && right.decide && left.all.size() == 1 && right.all.size() == 1;
+  std::move(other.begin(), other.end(), std::back_inserter(either));
+  left.all.resize(1);
   return left;
 }
 
@@ -43,27 +44,26 @@ std::string_view DigitsOfNumber(std::string_view number) {
   return number.empty() ? std::string_view("0") : number;
 }
 
-std::vector<ScanCondition> FindConditions(std::span<const CriteriaStep> steps,
-                                          std::span<const ScanCondition> ofTests) {
+PushedConditions FindConditions(std::span<const CriteriaStep> steps,
+                                std::span<const PushedConditions> ofTests) {
   // A skip stands between the operands of AND or OR and leads behind the second one.
-  std::vector<Conditions> operands;
+  std::vector<PushedConditions> operands;
   std::vector<const CriteriaStep*> waiting;
   for (std::size_t at = 0; at <= steps.size(); ++at) {
     for (; !waiting.empty() && waiting.back()->target == at; waiting.pop_back()) {
-      Conditions right = std::move(operands.back());
+      PushedConditions right = std::move(operands.back());
       operands.pop_back();
       const auto combine = waiting.back()->kind == CriteriaStep::Kind::kSkipIfFalse ? Join : Alternate;
       operands.back() = combine(std::move(operands.back()), std::move(right));
     }
     if (at == steps.size()) break;
-    if (steps[at].kind != CriteriaStep::Kind::kTest) {
+    if (steps[at].kind == CriteriaStep::Kind::kTest) {
+      operands.push_back(ofTests[steps[at].target]);
+    } else {
       waiting.push_back(&steps[at]);
-      continue;
     }
-    const ScanCondition& known = ofTests[steps[at].target];
-    operands.push_back(known.empty() || known.size() > kMostAlternatives ? Conditions() : Conditions{known});
   }
-  return operands.empty() ? Conditions() : std::move(operands.front());
+  return operands.empty() ? PushedConditions{{}, /*decide=*/true} : std::move(operands.front());
 }
 
 }  // namespace nvadmin::engine

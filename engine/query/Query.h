@@ -46,7 +46,9 @@ enum class Operator {
 enum class Quantifier { kAny, kEvery, kNone };
 
 struct Criterion {
+  Word lead;  // WITH, AND ...: what it stands behind
   Word field;
+  bool hasOperator = false;
   Quantifier quantifier = Quantifier::kAny;
   Operator op = Operator::kNotEmpty;
   std::size_t firstLiteral = 0;  // in Query::literals; kNotEmpty has none
@@ -77,6 +79,7 @@ struct Query {
   const QueryVerb* verb = nullptr;
   bool ofDictionary = false;
   Word file;
+  bool behindList = false;  // an active list restricts it
   std::vector<Word> ids;
   Word attribute;  // of QSELECT; empty when it takes all
 

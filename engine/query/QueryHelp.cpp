@@ -10,7 +10,7 @@ constexpr std::string_view kLines[] = {
     "          SELECT SSELECT       a list for the next sentence; SSELECT orders",
     "          PSELECT              by item ID, PSELECT is SELECT",
     "          COUNT                how many items",
-    "          QSELECT file id ... [attribute]   the values in items, as a list",
+    "          QSELECT file id ['id' ...] [attribute]   values in items as a list",
     "Criteria  WITH [EVERY|NO] field [operator] value ... [AND|OR ...]",
     "          WITHOUT field ...    as WITH NO;  WITH field   has any value",
     "          brackets group; AND binds before OR, OR before a second WITH",
@@ -18,7 +18,7 @@ constexpr std::string_view kLines[] = {
     "          BETWEEN a b          a and b belong to it",
     "          LIKE UNLIKE          patterns: nN digits, nA letters, nX anything,",
     "                               0N 0A 0X any number of them, ... anything",
-    "Values    'x' \"x\" \\x\\ or bare words; several mean any of them. With = and #",
+    "Values    'x' \"x\" \\x\\, numbers, a bare word; several mean any. With = and #",
     "          x] begins with x, [x ends with x, [x] holds x. Case counts.",
     "Order     BY BY-DSND field     by the first value, later fields break ties",
     "          BY-EXP BY-EXP-DSND   an item once for each of its values",
@@ -35,6 +35,7 @@ constexpr std::string_view kLines[] = {
     "  :COUNT ORDERS WITH EVERY QTY > 20",
     "  :SSELECT ORDERS WITH STATUS = \"Open\" SAVING UNIQUE CUSTOMER",
     "  :SORT ORDERS BY-EXP-DSND QTY SAMPLE 5 PRODUCT QTY",
+    "  :QSELECT ORDERS 10013 '10020' PRODUCT",
 };
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "engine/Marks.h"
@@ -27,6 +28,7 @@ constexpr std::int32_t kWidestColumn = 1'000'000;
 struct CellColumn {
   std::string description;
   std::optional<std::size_t> value;  // number among the query's columns; none: the cells are empty
+  std::string conversion;            // of the cells
 };
 
 // Where a dictionary item keeps what a heading needs. Of `format`, justification and width share an attribute
@@ -79,6 +81,9 @@ std::string Describe(std::string_view heading, char justification, std::int32_t 
 class CellColumns {
  public:
   CellColumns(const Query& query, Dictionary& dictionary) : dictionary_(dictionary), values_(dictionary) {
+    for (std::size_t phrase = 0; phrase < query.modifiers.size(); phrase += 2) {
+      if (query.modifiers[phrase] == "TOTAL") totalled_.insert(Capitals(query.modifiers[phrase + 1]));
+    }
     for (const std::string_view word : query.columns) AddWord(word);
     if (query.columns.empty()) AddDefaults();
   }
@@ -90,12 +95,11 @@ class CellColumns {
   std::string_view Cell(const CellColumn& column, Row& row) {
     if (!column.value) return {};
     const std::string_view stored = row.Value(*column.value);
-    const std::string& conversion = values_[*column.value].conversion;
-    if (conversion.empty() || stored.empty()) return stored;
+    if (column.conversion.empty() || stored.empty()) return stored;
     cell_.clear();
     ForEachValue(stored, [&](std::string_view value) {
       if (value.data() != stored.data()) cell_ += kValueMark;
-      const std::string shown = mv::Oconv(value, conversion);
+      const std::string shown = mv::Oconv(value, column.conversion);
       cell_ += shown == mv::kInconvertible ? value : std::string_view(shown);
     });
     return cell_;
@@ -112,7 +116,7 @@ class CellColumns {
     const bool isAttribute = !isDotted && word.size() > 1 && Capital(word[0]) == 'A' &&
                              std::all_of(word.begin() + 1, word.end(), IsDigit);
     if (isAttribute) return AddValue(word, Describe(Capitals(word), 'L', kDefaultWidth, {}, word));
-    columns_.push_back({Describe(fmt::format("ERROR({})", word), 'L', kDefaultWidth, {}, word), {}});
+    columns_.push_back({Describe(fmt::format("ERROR({})", word), 'L', kDefaultWidth, {}, word), {}, {}});
   }
 
   void AddDefaults() {
@@ -140,14 +144,18 @@ class CellColumns {
     };
     std::size_t number = 0;
     if (form == nullptr || !values_.Use(id, number)) {
-      columns_.push_back({describe({}), {}});
-    } else {
-      columns_.push_back({describe(values_[number].conversion), number});
+      columns_.push_back({describe({}), {}, {}});
+      return;
     }
+    std::string ofCells = values_[number].conversion;
+    std::string ofTotals = ofCells;
+    const bool isTotalled = totalled_.contains(Capitals(word));
+    if (isTotalled && !mv::SplitDecimalCode(values_[number].conversion, ofCells, ofTotals)) ofCells.clear();
+    columns_.push_back({describe(ofTotals), number, std::move(ofCells)});
   }
 
   void AddValue(std::string_view word, std::string description) {
-    CellColumn column{std::move(description), {}};
+    CellColumn column{std::move(description), {}, {}};
     std::size_t number = 0;
     if (values_.Use(word, number)) column.value = number;
     columns_.push_back(std::move(column));
@@ -155,6 +163,7 @@ class CellColumns {
 
   Dictionary& dictionary_;
   Columns values_;
+  std::unordered_set<std::string> totalled_;  // words, in capitals
   std::vector<CellColumn> columns_;
   std::string cell_;
 };

@@ -7,10 +7,13 @@
 // or the fourth that is missing. A D or I item has its heading in 4, its width and justification in 5.
 //
 // A cell is final: its values after the column's correlative and, one by one, its output conversion; a value
-// that can't be converted stays as it is stored. Row 0 describes each column in four pieces parted by
-// character 250: the heading (the word where the item has none), the justification letter with the width
-// right behind it, the output conversion, and the word by which the sentence named the column. A character
-// 250 of these texts, an accented u, becomes a plain one.
+// that can't be converted stays as it is stored. The page adds up the leading numbers of the cells under
+// TOTAL and converts the sum: there masked decimals stand as plain numbers (no commas, currency or sign
+// codes), described by the code that shows such a number as the column's own shows a stored one; values under
+// any other code, such as dates and times, stand as they are stored. Row 0 describes each column in four
+// pieces parted by character 250: the heading (the word where the item has none), the justification letter
+// with the width right behind it, the output conversion, and the word by which the sentence named the column.
+// A character 250 of these texts, an accented u, becomes a plain one.
 #pragma once
 
 #include <cstdint>

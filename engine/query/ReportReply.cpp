@@ -28,16 +28,17 @@ std::string MakeReportReply(const Query& query, std::int32_t columns, std::int32
 }  // namespace
 
 std::string MakeReply(const Query& query, std::int32_t columns, std::int32_t rows) {
+  const char* items = rows == 1 ? "item" : "items";
   switch (query.verb->answer) {
     case Answer::kReport:
       return MakeReportReply(query, columns, rows);
     case Answer::kCounted:
-      return fmt::format("{}{}items counted", rows, kAttributeMark);
+      return fmt::format("{}{}{} counted", rows, kAttributeMark, items);
     case Answer::kSelected:
     case Answer::kValues:
       break;
   }
-  return fmt::format("{}{}items selected", rows, kAttributeMark);
+  return fmt::format("{}{}{} selected", rows, kAttributeMark, items);
 }
 
 }  // namespace nvadmin::engine

@@ -10,7 +10,8 @@
 namespace nvadmin::engine {
 
 // The reply of the query's verb to `rows` keys.
-//   Selecting and counting: 1 the number of keys, 2 what was done ("items selected", "items counted").
+//   Selecting and counting: 1 the number of keys, 2 what was done ("items selected", "items counted";
+//   of one key "item").
 //   Reports: 1 the number of the grid's columns, 2 of its rows, 3 the column words by value mark in the order
 //   in which the report shows them, 4 empty, 5 the options parted by blanks (ID-SUPP, and what stood in
 //   brackets), 6 the modifiers by value mark: the verb, then for each phrase its word and, as the next value,

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <unordered_set>
-#include <utility>
 
 namespace nvadmin::engine {
 namespace {
@@ -54,18 +53,33 @@ KeySource FindKeys(const Query& query, const ResultGrid* activeList) {
 }
 
 void Retrieve(Store& store, TableHandle table, const KeySource& source, const Columns& columns,
-              std::vector<ScanCondition> conditions, const RowVisitor& visit) {
+              const PushedConditions& conditions, const RowVisitor& visit) {
   if (!source.isWholeFile) {
     RetrieveKeys(store, table, source.ids, columns, visit);
     return;
   }
   Row row(columns);
   Projection projection = columns.Needed();
-  projection.conditions = std::move(conditions);
+  projection.conditions = conditions.all;
   store.Scan(table, projection, [&](std::string_view id, std::span<const std::string_view> values) {
     row.EnterScanned(id, values);
     return visit(row);
   });
+}
+
+bool RetrieveInOrder(Store& store, TableHandle table, const KeySource& source, const Columns& columns,
+                     const PushedConditions& conditions, const SortKeys& sort, const RowVisitor& visit) {
+  if (!source.isWholeFile || sort.OrderForStore() == nullptr) return false;
+  ScanOrder order = *sort.OrderForStore();
+  if (!conditions.decide) order.most = 0;  // not all that come are results
+  Row row(columns);
+  Projection projection = sort.NeededBeside();
+  projection.conditions = conditions.all;
+  return store.ScanInOrder(table, projection, order,
+                           [&](std::string_view id, std::span<const std::string_view> values) {
+                             row.EnterScanned(id, values);
+                             return visit(row);
+                           });
 }
 
 void ReadItems(Store& store, TableHandle table, std::span<const std::string_view> ids,

@@ -10,7 +10,9 @@
 #include <vector>
 
 #include "engine/query/Columns.h"
+#include "engine/query/PushDown.h"
 #include "engine/query/Query.h"
+#include "engine/query/SortKeys.h"
 #include "engine/stores/Store.h"
 
 namespace nvadmin::engine {
@@ -32,7 +34,12 @@ using RowVisitor = std::function<bool(Row& row)>;
 
 // Calls `visit` with each item; those that don't meet `conditions` may be missing.
 void Retrieve(Store& store, TableHandle table, const KeySource& source, const Columns& columns,
-              std::vector<ScanCondition> conditions, const RowVisitor& visit);
+              const PushedConditions& conditions, const RowVisitor& visit);
+
+// The same in the order that `sort` has for a store, with as much of each item as it needs beside its fields.
+// False, and nothing visited: the engine has to sort.
+bool RetrieveInOrder(Store& store, TableHandle table, const KeySource& source, const Columns& columns,
+                     const PushedConditions& conditions, const SortKeys& sort, const RowVisitor& visit);
 
 // Calls `visit` with each of the keys and its item. True: the visitor wants more.
 using ItemVisitor = std::function<bool(std::string_view id, const BatchItem& item)>;

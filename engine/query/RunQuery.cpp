@@ -80,13 +80,16 @@ bool SelectItems(const Query& query, Store& store, TableHandle table, Dictionary
     return false;
 
   ResultWriter writer(query.outcome, found);
-  const bool isSorted = sort.IsNeeded();
-  Retrieve(store, table, FindKeys(query, activeList), columns, criteria.Conditions(), [&](Row& row) {
-    if (!criteria.Meets(row)) return true;
-    if (!isSorted) return writer.Append(sort.ResultOf(row));
-    sort.Add(row);
+  const KeySource source = FindKeys(query, activeList);
+  const RowVisitor write = [&](Row& row) {
+    return !criteria.Meets(row) || writer.Append(sort.ResultOf(row));
+  };
+  if (RetrieveInOrder(store, table, source, columns, criteria.Conditions(), sort, write)) return true;
+  const RowVisitor keep = [&](Row& row) {
+    if (criteria.Meets(row)) sort.Add(row);
     return true;
-  });
+  };
+  Retrieve(store, table, source, columns, criteria.Conditions(), sort.IsNeeded() ? keep : write);
   sort.Write(query.outcome.most, [&writer](std::string_view result) { return writer.Append(result); });
   return true;
 }
@@ -165,6 +168,7 @@ bool Run(std::string_view sentence, Store& store, const ResultGrid* activeList, 
   }
   Dictionary dictionary(store, query.file.text, query.ofDictionary);
   const Vocabulary vocabulary = [&dictionary](std::string_view word) { return dictionary.Knows(word); };
+  query.behindList = activeList != nullptr;
   if (!ParseClauses(sentence, words, vocabulary, query, error)) return false;
 
   const auto select = query.verb->answer == Answer::kValues ? SelectValues : SelectItems;

@@ -3,7 +3,7 @@
 //   verb [DICT] file ['id' ...] [WITH [EVERY|NO] field [op] value ... [AND|OR [WITH] ...]]
 //        [BY|BY-DSND|BY-EXP|BY-EXP-DSND field]... [column | TOTAL column | BREAK-ON column ["text"]]...
 //        [ID-SUPP] [HEADING|FOOTING "text"] [SAVING [UNIQUE] field] [SAMPLE n] [(options)]
-//   QSELECT [DICT] file id ['id' ...] [attribute]
+//   QSELECT [DICT] file id ['id' ...] [attribute]   (behind a list the IDs may be left out)
 //
 // Clauses stand in any order; a quoted text that is no value of WITH is an item ID; brackets group criteria.
 // Knows dictionaries and how they make a value of an item; prints nothing. In the order in which a sentence
@@ -11,8 +11,7 @@
 //   Words        the sentence's words, with their positions
 //   Query        what the sentence states; Parse makes it, and tells which words the language has
 //   Columns      what a dictionary word is, and its value for an item
-//   Order        how values compare
-//   Criteria     which items meet the query; Pattern is LIKE, PushDown what of it a store may look at
+//   Criteria     which items meet the query; PushDown, what of it a store may look at
 //   SortKeys     in which order
 //   Retrieve     the walk over the items
 //   ReportCells  what a report shows, where the engine computes it

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 
+#include "engine/Order.h"
 #include "engine/query/Criteria.h"
-#include "engine/query/Order.h"
 #include "engine/query/Text.h"
 
 namespace nvadmin::engine {
 namespace {
+
+using LastKey = ScanOrder::Last;
 
 constexpr std::size_t kPrefixBytes = 8;
 
@@ -26,6 +28,11 @@ void AppendOrdinal(std::uint64_t ordinal, std::string& key) {
 }  // namespace
 
 bool SortKeys::Compile(const Query& query, Columns& columns, Dictionary& dictionary, std::string& error) {
+  const Word& saved = query.outcome.saved;
+  std::size_t savedColumn = 0;
+  const bool isSavedKnown = !saved.text.empty() && columns.Use(saved.text, savedColumn);
+  neededBeside_ = columns.Needed();
+
   std::vector<bool> seen;  // a column that is named again sorts nothing
   for (const SortField& field : query.sortFields) {
     std::size_t column = 0;
@@ -40,23 +47,35 @@ bool SortKeys::Compile(const Query& query, Columns& columns, Dictionary& diction
     fields_.push_back({column, columns[column].numeric, field.descending, field.explodes});
     explodes_ = explodes_ || field.explodes;
   }
-  if (const Word& saved = query.outcome.saved; !saved.text.empty()) {
-    std::size_t column = 0;
-    if (!columns.Use(saved.text, column)) {
-      error = UnknownWord(saved, "SAVING", query);
-      return false;
-    }
-    saved_ = column;
-    for (std::size_t at = 0; at < fields_.size(); ++at) {
-      if (fields_[at].explodes && fields_[at].column == column) savedField_ = at;
-    }
+  if (!saved.text.empty() && !isSavedKnown) {
+    error = UnknownWord(saved, "SAVING", query);
+    return false;
+  }
+  if (isSavedKnown) saved_ = savedColumn;
+  for (std::size_t at = 0; at < fields_.size(); ++at) {
+    if (fields_[at].explodes && fields_[at].column == saved_) savedField_ = at;
   }
   if (query.verb->sortsById) {
-    last_ = dictionary.HasNumericIds() ? LastKey::kIdAsNumber : LastKey::kIdAsText;
+    last_ = dictionary.HasNumericIds() ? LastKey::kNumericId : LastKey::kId;
   }
+  order_ = MakeOrder(query, columns);
   values_.resize(fields_.size());
   waiting_.resize(fields_.size());
   return true;
+}
+
+std::optional<ScanOrder> SortKeys::MakeOrder(const Query& query, const Columns& columns) const {
+  if (fields_.empty()) return {};
+  ScanOrder order;
+  for (const Field& field : fields_) {
+    const Column& column = columns[field.column];
+    if (field.explodes || !column.correlative.empty()) return {};
+    if (column.attribute != kNoAttribute)
+      order.keys.push_back({column.attribute, field.numeric, field.descending});
+  }
+  order.last = last_;
+  order.most = query.outcome.most;
+  return order;
 }
 
 void SortKeys::Add(Row& row) {
@@ -92,17 +111,18 @@ void SortKeys::AddKey(Row& row) {
     AppendOrderKey(values_[at], fields_[at].numeric, fields_[at].descending, keys_);
   }
   switch (last_) {
-    case LastKey::kAsFound:
+    case LastKey::kAsScanned:
       AppendOrdinal(entries_.size(), keys_);
       break;
-    case LastKey::kIdAsNumber:
+    case LastKey::kNumericId:
       AppendOrderKey(row.Id(), /*numeric=*/true, /*descending=*/false, keys_);
       break;
-    case LastKey::kIdAsText:
+    case LastKey::kId:
       break;
   }
-  if (saved_ && last_ != LastKey::kAsFound) {
+  if (saved_ && last_ != LastKey::kAsScanned) {
     AppendOrderKey(row.Id(), /*numeric=*/false, /*descending=*/false, keys_);
+    AppendOrdinal(entries_.size(), keys_);
   }
   const std::string_view result = savedField_ ? values_[*savedField_] : ResultOf(row);
   keys_.append(result);

@@ -7,6 +7,9 @@
 // place, empty where a column has fewer. Results that are equal in all sort fields follow one another by
 // their item IDs (as numbers where the file's IDs are numeric) or, where the verb doesn't sort by ID, as they
 // were found.
+//
+// Where every sort field is a stored attribute and none explodes, a store may sort instead: it is told the
+// same keys as data, and where it takes them, the results come in their order and nothing is added here.
 #pragma once
 
 #include <cstdint>
@@ -30,8 +33,14 @@ class SortKeys {
   // `error` names it and its position.
   bool Compile(const Query& query, Columns& columns, Dictionary& dictionary, std::string& error);
 
+  // The order for a store that sorts, of which SAMPLE counts the results; null when only the engine can sort,
+  // or nothing is to be sorted.
+  const ScanOrder* OrderForStore() const { return order_ ? &*order_ : nullptr; }
+  // What the columns need that were in use before the sort fields, and SAVING.
+  const Projection& NeededBeside() const { return neededBeside_; }
+
   // False when the results stay in the order in which they are found.
-  bool IsNeeded() const { return last_ != LastKey::kAsFound || !fields_.empty(); }
+  bool IsNeeded() const { return last_ != ScanOrder::Last::kAsScanned || !fields_.empty(); }
 
   // The result of an item where no sort is needed.
   std::string_view ResultOf(Row& row) const { return saved_ ? row.Value(*saved_) : row.Id(); }
@@ -41,7 +50,6 @@ class SortKeys {
   void Write(std::size_t most, const ResultVisitor& visit);
 
  private:
-  enum class LastKey { kAsFound, kIdAsText, kIdAsNumber };
   struct Field {
     std::size_t column;
     bool numeric;
@@ -55,6 +63,7 @@ class SortKeys {
     std::uint32_t resultLength;  // the result is the end of the key
   };
 
+  std::optional<ScanOrder> MakeOrder(const Query& query, const Columns& columns) const;
   bool TakeValues();
   void AddKey(Row& row);
   std::string_view KeyOf(const Entry& entry) const {
@@ -68,7 +77,9 @@ class SortKeys {
   bool explodes_ = false;
   std::optional<std::size_t> saved_;       // column
   std::optional<std::size_t> savedField_;  // the field that explodes that column
-  LastKey last_ = LastKey::kAsFound;
+  ScanOrder::Last last_ = ScanOrder::Last::kAsScanned;
+  std::optional<ScanOrder> order_;
+  Projection neededBeside_;
 
   // Of the item that is being added.
   std::vector<std::string_view> values_;                  // one a field

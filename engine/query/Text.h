@@ -38,14 +38,7 @@ inline std::string_view Trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(' ') - first + 1);
 }
 
-// The marks that end a single value: subvalues count as values throughout the query language.
-inline bool EndsValue(char character) { return character == kValueMark || character == kSubvalueMark; }
 inline bool IsMark(char character) { return character == kAttributeMark || EndsValue(character); }
-
-// Length of the single value at the start of an attribute.
-inline std::size_t ValueLength(std::string_view values) {
-  return static_cast<std::size_t>(std::find_if(values.begin(), values.end(), EndsValue) - values.begin());
-}
 
 // Calls `visit` with each part of a text between value marks; an empty text is one part.
 template <typename Visit>

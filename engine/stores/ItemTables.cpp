@@ -11,7 +11,7 @@
 #include "engine/Marks.h"
 #include "engine/stores/BuiltInDictionary.h"
 #include "engine/stores/FitItem.h"
-#include "engine/stores/ScanFilter.h"
+#include "engine/stores/ScanClauses.h"
 #include "engine/stores/StoredText.h"
 
 namespace nvadmin::engine {
@@ -39,7 +39,9 @@ std::string BuiltInRefusal(std::string_view name) {
 // ---- What is kept of tables and scans
 
 struct ItemTables::ScanPlan {
-  Projection projection;
+  std::vector<std::int32_t> attributes;
+  bool wholeItem = false;
+  std::string clauses;
   Statement statement;                // A0 first, then the columns
   bool isCut = false;                 // attributes are cut from ITEM
   bool isJoined = false;              // the item is joined from A1 and up
@@ -101,6 +103,7 @@ ItemTables::ItemTables(const std::filesystem::path& file, std::string_view accou
   schemaVersion_ = Statement(database_, "PRAGMA schema_version");
   beginRead_ = Statement(database_, "BEGIN");
   endRead_ = Statement(database_, "COMMIT");
+  RegisterScanFunctions(database_);
   SchemaChanged();
 }
 
@@ -349,7 +352,7 @@ void ItemTables::ReadBatch(TableHandle table, std::span<const std::string_view> 
 class ItemTables::ScanRow {
  public:
   explicit ScanRow(const ScanPlan& plan) : plan_(plan), row_(plan.statement.Handle()) {
-    stored_.resize(plan.projection.wholeItem ? 1 : plan.projection.attributes.size());
+    stored_.resize(plan.wholeItem ? 1 : plan.attributes.size());
     values_.resize(stored_.size());
   }
 
@@ -401,9 +404,12 @@ class ItemTables::ScanRow {
   std::string joined_;
 };
 
-ItemTables::ScanPlan ItemTables::TakePlan(OpenedTable& opened, const Projection& projection) {
-  const auto kept = std::find_if(opened.plans.begin(), opened.plans.end(),
-                                 [&](const ScanPlan& plan) { return plan.projection == projection; });
+ItemTables::ScanPlan ItemTables::TakePlan(OpenedTable& opened, const Projection& projection,
+                                          const ScanClauses& clauses) {
+  const auto kept = std::find_if(opened.plans.begin(), opened.plans.end(), [&](const ScanPlan& plan) {
+    return plan.attributes == projection.attributes && plan.wholeItem == projection.wholeItem &&
+           plan.clauses == clauses.Sql();
+  });
   if (kept != opened.plans.end()) {
     ScanPlan plan = std::move(*kept);
     opened.plans.erase(kept);
@@ -411,7 +417,9 @@ ItemTables::ScanPlan ItemTables::TakePlan(OpenedTable& opened, const Projection&
   }
   const TableDescription& description = opened.description;
   ScanPlan plan;
-  plan.projection = projection;
+  plan.attributes = projection.attributes;
+  plan.wholeItem = projection.wholeItem;
+  plan.clauses = clauses.Sql();
   std::string columns = "A0";
   std::int32_t count = 0;
   const auto addColumn = [&](std::int32_t column) {
@@ -436,8 +444,7 @@ ItemTables::ScanPlan ItemTables::TakePlan(OpenedTable& opened, const Projection&
       plan.columns.push_back(isThere ? addColumn(attribute) : -1);
     }
   }
-  PrepareRead(plan.statement, fmt::format("SELECT {} FROM {}{} ORDER BY A0", columns, opened.sqlName,
-                                          ScanFilter(description, projection.conditions, kind_.keepsBytes)));
+  PrepareRead(plan.statement, fmt::format("SELECT {} FROM {}{}", columns, opened.sqlName, plan.clauses));
   return plan;
 }
 
@@ -447,7 +454,7 @@ ItemTables::ScanPlan ItemTables::TakePlan(OpenedTable& opened, const Projection&
 // of the code page's bytes but for the bytes 128 to 159, whose characters lie all over Unicode. So keys that
 // agree up to their first character beyond ASCII, which stand behind one another in both orders, are held
 // back and put in order among themselves.
-bool ItemTables::RunScan(ScanPlan& plan, const ScanVisitor& visitor) {
+bool ItemTables::RunScan(ScanPlan& plan, bool isSorted, const ScanVisitor& visitor) {
   struct HeldRow {
     std::string id;
     std::vector<std::string> values;
@@ -470,7 +477,7 @@ bool ItemTables::RunScan(ScanPlan& plan, const ScanVisitor& visitor) {
   };
   while (isRow) {
     const auto [stored, isBlob] = row.Key();
-    const std::size_t ascii = isBlob ? stored.size() : AsciiPrefix(stored);
+    const std::size_t ascii = isBlob || isSorted ? stored.size() : AsciiPrefix(stored);
     if (ascii == stored.size()) {
       row.Load();
       if (!visitor(row.Id(), row.Values())) return true;
@@ -479,17 +486,17 @@ bool ItemTables::RunScan(ScanPlan& plan, const ScanVisitor& visitor) {
     }
     const std::string prefix(stored.substr(0, ascii));
     std::vector<HeldRow> held;
-    const auto belongs = [&](std::string_view key) {
-      return key.size() > prefix.size() && key.starts_with(prefix) &&
-             static_cast<unsigned char>(key[ascii]) >= 0x80;
+    const auto belongs = [&](const StoredValue& key) {
+      return !key.isBlob && key.bytes.size() > ascii && key.bytes.starts_with(prefix) &&
+             static_cast<unsigned char>(key.bytes[ascii]) >= 0x80;
     };
     do {
       row.Load();
       held.push_back({std::string(row.Id()), {row.Values().begin(), row.Values().end()}});
       advance();
-    } while (isRow && belongs(row.Key().bytes));
-    std::sort(held.begin(), held.end(),
-              [](const HeldRow& left, const HeldRow& right) { return left.id < right.id; });
+    } while (isRow && belongs(row.Key()));
+    std::stable_sort(held.begin(), held.end(),
+                     [](const HeldRow& left, const HeldRow& right) { return left.id < right.id; });
     for (const HeldRow& kept : held) {
       const std::vector<std::string_view> values(kept.values.begin(), kept.values.end());
       if (!visitor(kept.id, values)) return true;
@@ -499,20 +506,47 @@ bool ItemTables::RunScan(ScanPlan& plan, const ScanVisitor& visitor) {
 }
 
 void ItemTables::Scan(TableHandle table, const Projection& projection, const ScanVisitor& visitor) {
+  ScanTable(table, projection, /*order=*/nullptr, visitor);
+}
+
+// SQLite sorts where that costs no more than the engine's sort does. It keeps as many rows as are wanted in a
+// tree, of which some forty fit on its first page: of a million items BY AMOUNT SAMPLE 10 takes 0.25 s
+// instead of 0.41 s, and 0.43 s instead of 0.47 s at worst, when they come in the opposite order; from a
+// hundred on that worst case turns over (0.59 s instead of 0.50 s). To sort all items it takes 1.15 to 1.8
+// times as long as the engine, whose sort moves 24 bytes an item. By item ID the items come in order as they
+// are, or in the opposite one, and the engine needs nothing else of them.
+bool ItemTables::ScanInOrder(TableHandle table, const Projection& projection, const ScanOrder& order,
+                             const ScanVisitor& visitor) {
+  constexpr std::size_t kMostRowsKept = 40;
+  const bool isById = order.keys.empty() || order.keys.front().attribute == 0;
+  const bool isCheap = order.most > 0 && order.most <= kMostRowsKept && !isById;
+  return isCheap && order.keys.size() <= ScanClauses::kMostSortKeys &&
+         ScanTable(table, projection, &order, visitor);
+}
+
+// False when the order is one for columns, and the table has none.
+bool ItemTables::ScanTable(TableHandle table, const Projection& projection, const ScanOrder* order,
+                           const ScanVisitor& visitor) {
   constexpr std::size_t kMostPlans = 16;
   for (;;) {
     OpenedTable& opened = Use(table);
     if (!opened.IsUsable()) throw StoreFailure(opened.fault);
-    if (opened.IsBuiltIn()) return ScanBuiltIn(projection, visitor);
+    if (order != nullptr && opened.description.layout != Layout::kColumns) return false;
+    if (opened.IsBuiltIn()) {
+      ScanBuiltIn(projection, visitor);
+      return true;
+    }
+    const ScanClauses clauses(opened.description, projection.conditions, order, kind_.keepsBytes);
     // The plan is taken out of the table, since the visitor may scan the same table or make it stale.
-    ScanPlan plan = TakePlan(opened, projection);
+    ScanPlan plan = TakePlan(opened, projection, clauses);
     if (!plan.statement) continue;
+    clauses.Bind(plan.statement);
     const std::uint64_t generation = generation_;
-    if (!RunScan(plan, visitor)) continue;
-    // Conditions hold what one sentence looks for; hardly any comes twice.
-    if (generation == generation_ && projection.conditions.empty() && opened.plans.size() < kMostPlans)
-      opened.plans.push_back(std::move(plan));
-    return;
+    if (!RunScan(plan, /*isSorted=*/order != nullptr, visitor)) continue;
+    if (generation != generation_) return true;
+    if (opened.plans.size() == kMostPlans) opened.plans.erase(opened.plans.begin());
+    opened.plans.push_back(std::move(plan));
+    return true;
   }
 }
 

@@ -26,6 +26,8 @@
 
 namespace nvadmin::engine {
 
+class ScanClauses;
+
 class ItemTables : public Store {
  public:
   ~ItemTables() override;
@@ -38,6 +40,8 @@ class ItemTables : public Store {
   void ReadBatch(TableHandle table, std::span<const std::string_view> ids,
                  std::vector<BatchItem>& items) override;
   void Scan(TableHandle table, const Projection& projection, const ScanVisitor& visitor) override;
+  bool ScanInOrder(TableHandle table, const Projection& projection, const ScanOrder& order,
+                   const ScanVisitor& visitor) override;
   void BeginWrites() override;
   bool HasOpenWrites() const override { return writesAreOpen_; }
   void Commit() override;
@@ -118,8 +122,10 @@ class ItemTables : public Store {
   Row StepToRow(Statement& statement);
   bool PrepareRead(Statement& statement, const std::string& sql);
   Row FindRow(OpenedTable& opened, std::size_t slot, std::string_view id);
-  ScanPlan TakePlan(OpenedTable& opened, const Projection& projection);
-  bool RunScan(ScanPlan& plan, const ScanVisitor& visitor);
+  ScanPlan TakePlan(OpenedTable& opened, const Projection& projection, const ScanClauses& clauses);
+  bool RunScan(ScanPlan& plan, bool isSorted, const ScanVisitor& visitor);
+  bool ScanTable(TableHandle table, const Projection& projection, const ScanOrder* order,
+                 const ScanVisitor& visitor);
 
   void CheckOpenWrites();
   void BindKey(Statement& statement, std::string_view id);

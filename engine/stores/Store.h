@@ -17,6 +17,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -49,14 +50,25 @@ struct TableDescription {
 // is then a false answer with a text) or made anew.
 using TableHandle = std::int32_t;
 
-// What an item must have for its scanner to want it: one of several texts, each somewhere in an attribute (0
-// is the item ID). An empty text is met by every attribute that isn't empty.
+// From one end to the other under the order of engine/Order.h; a missing end is open.
+struct ScanRange {
+  struct End {
+    std::string value;
+    bool belongs = true;
+  };
+  bool numeric = false;  // the order of numeric columns
+  std::optional<End> least = {};
+  std::optional<End> most = {};
+};
+
+// One way to meet a condition. What is told of it all holds of an attribute (0 is the item ID) that does, so
+// a store may look at whichever it can test.
 struct ScanAlternative {
   std::int32_t attribute = 0;
-  std::string text;
-
-  bool operator==(const ScanAlternative&) const = default;
+  std::string text = {};  // somewhere in the attribute; empty, and no range: the attribute isn't empty
+  std::optional<ScanRange> range = {};  // one of its values, up to a value or subvalue mark, lies in it
 };
+// What an item must have for its scanner to want it: one of several things.
 using ScanCondition = std::vector<ScanAlternative>;
 
 // What a scan hands out of each item: the attributes named (1 and up, in this order), or the whole item.
@@ -66,8 +78,26 @@ struct Projection {
   // A store may leave out items that don't meet all of them, where that costs it less than handing them out.
   // It must hand out those that do, so it may ignore a condition, or widen it.
   std::vector<ScanCondition> conditions = {};
+};
 
-  bool operator==(const Projection&) const = default;
+// The first value of an attribute (0 is the item ID), in the order of engine/Order.h.
+struct ScanSortKey {
+  std::int32_t attribute = 0;
+  bool numeric = false;
+  bool descending = false;
+};
+
+// An order for what a scan hands out: the first key decides, later ones settle what earlier ones leave equal.
+struct ScanOrder {
+  // What settles the rest: the order of Scan, or the whole item IDs; by their bytes, or as numbers and then
+  // by their bytes.
+  enum class Last { kAsScanned, kId, kNumericId };
+
+  std::vector<ScanSortKey> keys;
+  Last last = Last::kAsScanned;
+  // No more items than these are wanted; 0: all. It counts items that meet the conditions by their ranges, so
+  // it is told only when each alternative has one, and a store that takes it tests these and widens none.
+  std::size_t most = 0;
 };
 
 // Called once an item; `values` as the projection says, valid during the call; missing attributes are empty.
@@ -110,6 +140,12 @@ class Store {
   // seen. A visitor that writes has the caller open the write transaction before the scan: during one it
   // can't be opened once another session has written.
   virtual void Scan(TableHandle table, const Projection& projection, const ScanVisitor& visitor) = 0;
+  // As Scan, in another order. False, and nothing visited: the store leaves sorting to its caller. So it
+  // should, unless its sort costs no more than the engine's own.
+  virtual bool ScanInOrder(TableHandle /*table*/, const Projection& /*projection*/,
+                           const ScanOrder& /*order*/, const ScanVisitor& /*visitor*/) {
+    return false;
+  }
 
   // Opens the write transaction unless it is open, and waits for other writers (StoreFailure after 10 s).
   virtual void BeginWrites() = 0;

@@ -24,6 +24,12 @@ std::size_t FindMark(std::string_view item, std::string_view mark, std::size_t a
   return std::string_view::npos;
 }
 
+// What SQLite gives as a pointer and a length; an empty text has no pointer.
+std::string_view BytesAt(const void* bytes, int size) {
+  if (bytes == nullptr) return {};
+  return {static_cast<const char*>(bytes), static_cast<std::size_t>(size)};
+}
+
 }  // namespace
 
 bool IsAscii(std::string_view text) {
@@ -55,11 +61,20 @@ std::string_view AsUtf8(std::string_view bytes, std::string& memory) {
 StoredValue StoredColumn(sqlite3_stmt* statement, int column) {
   const bool isBlob = sqlite3_column_type(statement, column) == SQLITE_BLOB;
   const void* bytes = sqlite3_column_blob(statement, column);
-  const int size = sqlite3_column_bytes(statement, column);
-  return {bytes == nullptr
-              ? std::string_view()
-              : std::string_view(static_cast<const char*>(bytes), static_cast<std::size_t>(size)),
-          isBlob};
+  return {BytesAt(bytes, sqlite3_column_bytes(statement, column)), isBlob};
+}
+
+StoredValue StoredArgument(sqlite3_value* argument) {
+  const bool isBlob = sqlite3_value_type(argument) == SQLITE_BLOB;
+  const void* bytes = sqlite3_value_blob(argument);
+  return {BytesAt(bytes, sqlite3_value_bytes(argument)), isBlob};
+}
+
+std::string_view InCodePage(const StoredValue& value, std::string& memory) {
+  if (value.isBlob || IsAscii(value.bytes)) return value.bytes;
+  memory.clear();
+  AppendFromStoredUtf8(memory, value.bytes);
+  return memory;
 }
 
 void AppendStored(std::string& out, const StoredValue& value) {

@@ -25,6 +25,10 @@ struct StoredValue {
 
 // A column of the row at which a statement stands, from 0. Valid until its next step or reset.
 StoredValue StoredColumn(sqlite3_stmt* statement, int column);
+// An argument of a function of ours. Valid during its call.
+StoredValue StoredArgument(sqlite3_value* argument);
+// The code page form: the bytes themselves where they are that already, else a text in `memory`.
+std::string_view InCodePage(const StoredValue& value, std::string& memory);
 // Appends the code page form.
 void AppendStored(std::string& out, const StoredValue& value);
 // Makes `item` of the columns from `first` on, an attribute each, without trailing empty ones.

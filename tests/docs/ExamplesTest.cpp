@@ -4,9 +4,7 @@
 //
 // NVADMIN_REMAKE_DOCS=1 writes what is printed into the documents; read the difference before it is
 // committed.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -15,13 +13,10 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "host/StreamPort.h"
-#include "host/TclSession.h"
 #include "samples/Demo.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/host/FilePort.h"
 
 namespace nvadmin::host {
 namespace {
@@ -55,20 +50,8 @@ class Examples : public testing::Test {
     samples::MakeDemoAccounts(*home_, progress);
   }
 
-  // All that a session prints that runs the sentences.
-  std::string Run(std::vector<std::string> sentences, ExitCode& code) {
-    TclSettings settings;
-    settings.account = samples::kDemoAccount;
-    settings.user = "tester";
-    settings.sentences = std::move(sentences);
-    const int in = open("/dev/null", O_RDONLY);
-    const int out = open((folder_.Path() / "out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    StreamPort port(in, out);
-    TclSession session(*home_, port, std::move(settings));
-    std::thread([&] { code = session.Run(); }).join();
-    close(in);
-    close(out);
-    return folder_.Text("out");
+  SessionRun Run(std::vector<std::string> sentences) {
+    return RunSession(*home_, samples::kDemoAccount, Given(std::move(sentences)));
   }
 
   // A block as it should be: its sentences, each with what it prints.
@@ -79,8 +62,7 @@ class Examples : public testing::Test {
     for (const std::string& line : block) {
       if (!line.starts_with(':')) continue;
       sentences.push_back(line.substr(1));
-      ExitCode code = ExitCode::kFine;
-      const std::string output = Run(sentences, code);
+      const std::string output = Run(sentences).output;
       performed.push_back(line);
       for (std::string& shown : Tidy(output.substr(printed))) performed.push_back(std::move(shown));
       printed = output.size();
@@ -93,43 +75,38 @@ class Examples : public testing::Test {
 };
 
 TEST_F(Examples, PrintWhatTheDocumentsShow) {
+  const bool remake = std::getenv("NVADMIN_REMAKE_DOCS") != nullptr;
   int examples = 0;
   for (const auto& entry : std::filesystem::directory_iterator(NVADMIN_SOURCE_DIR "/docs")) {
     if (entry.path().extension() != ".md") continue;
     std::ostringstream text;
     text << std::ifstream(entry.path(), std::ios::binary).rdbuf();
-    const std::vector<std::string> lines = Lines(text.str());
-    std::string remade;
-    for (std::size_t at = 0; at < lines.size(); ++at) {
-      remade += lines[at] + "\n";
-      if (lines[at] != kFence) continue;
-      const std::size_t first = at + 1;
-      while (at + 1 < lines.size() && lines[at + 1] != kFenceEnd) ++at;
-      const std::vector<std::string> block(lines.begin() + static_cast<std::ptrdiff_t>(first),
-                                           lines.begin() + static_cast<std::ptrdiff_t>(at + 1));
+    std::vector<std::string> lines = Lines(text.str());
+    for (auto start = lines.begin(); (start = std::find(start, lines.end(), kFence)) != lines.end();) {
+      const auto end = std::find(++start, lines.end(), kFenceEnd);
+      const std::vector<std::string> block(start, end);
       const std::vector<std::string> performed = Perform(block);
-      if (std::getenv("NVADMIN_REMAKE_DOCS") == nullptr) {
-        EXPECT_EQ(block, performed) << entry.path().filename() << ", line " << first + 1;
+      if (!remake) {
+        EXPECT_EQ(block, performed) << entry.path().filename() << ", line " << start - lines.begin() + 1;
       }
-      for (const std::string& line : performed) remade += line + "\n";
+      start = lines.insert(lines.erase(start, end), performed.begin(), performed.end());
       ++examples;
     }
-    if (std::getenv("NVADMIN_REMAKE_DOCS") != nullptr) {
-      std::ofstream(entry.path(), std::ios::binary) << remade;
-    }
+    if (!remake) continue;
+    std::ofstream document(entry.path(), std::ios::binary);
+    for (const std::string& line : lines) document << line << "\n";
   }
   EXPECT_GT(examples, 0);
 }
 
 TEST_F(Examples, OfHelpRun) {
-  ExitCode code = ExitCode::kFine;
   int examples = 0;
-  for (const std::string& line : Lines(Run({"HELP QUERY"}, code))) {
+  for (const std::string& line : Lines(Run({"HELP QUERY"}).output)) {
     EXPECT_LE(line.size(), 79U) << line;  // with its CR
     if (!line.starts_with("  :")) continue;
-    const std::string output = Run({line.substr(3)}, code);
-    EXPECT_EQ(code, ExitCode::kFine) << line << "\n" << output;
-    EXPECT_EQ(output.find(" 0 Items"), std::string::npos) << line << "\n" << output;
+    const SessionRun run = Run({line.substr(3)});
+    EXPECT_EQ(run.exitCode, ExitCode::kFine) << line << "\n" << run.output;
+    EXPECT_EQ(run.output.find(" 0 Items"), std::string::npos) << line << "\n" << run.output;
     ++examples;
   }
   EXPECT_GT(examples, 3);

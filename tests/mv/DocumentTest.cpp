@@ -3,35 +3,22 @@
 #include <map>
 #include <vector>
 
-#include "mv/Conversions.h"
 #include "mv/EngineHooks.h"
 #include "tests/mv/Notation.h"
 
 namespace nvadmin::mv {
 namespace {
 
-std::string Output(const std::string& value, const std::string& code) {
-  return Notation(Oconv(Bytes(value), CodeBytes(code)));
-}
-
-std::string LayOut(const std::string& value, const std::string& mask) {
-  return Notation(Fmt(Bytes(value), Bytes(mask)));
-}
-
-std::string Input(const std::string& typed, const std::string& code) {
-  std::string stored;
-  return Iconv(Bytes(typed), CodeBytes(code), stored) ? Notation(stored) : "*refused*";
-}
-
 struct Table {
   std::string_view heading;
-  std::string (*run)(const std::string& value, const std::string& code);
+  std::string (*run)(std::string_view value, std::string_view code);
+  int fewestRows;  // the tests of conversions leave these examples to the document
 };
 
 constexpr Table kTables[] = {
-    {"| value | code | result |", Output},
-    {"| value | mask | result |", LayOut},
-    {"| typed | code | stored |", Input},
+    {"| value | code | result |", ShownAsOconv, 175},
+    {"| value | mask | result |", ShownAsFmt, 25},
+    {"| typed | code | stored |", StoredByIconv, 30},
 };
 
 // The cells of a row, without the quotes of code and the word for the empty text.
@@ -75,7 +62,9 @@ TEST(Document, TablesShowWhatConversionsDo) {
     ++rows[table];
   }
   Hooks().readItem = nullptr;
-  for (const Table& candidate : kTables) EXPECT_GT(rows[&candidate], 20) << candidate.heading;
+  for (const Table& candidate : kTables) {
+    EXPECT_GE(rows[&candidate], candidate.fewestRows) << candidate.heading;
+  }
 }
 
 }  // namespace

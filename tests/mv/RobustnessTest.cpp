@@ -1,8 +1,7 @@
-// Whatever codes and values say: an answer in bounded time and memory.
-#include <chrono>
+// Whatever codes and values say: an answer in bounded time and memory. No clock is read: what doesn't grow in
+// line with these sizes takes hours, which the time limit of the whole test program ends.
 #include <random>
 
-#include "mv/Conversions.h"
 #include "mv/DynamicArray.h"
 #include "mv/EngineHooks.h"
 #include "session/MvServices.h"
@@ -11,16 +10,13 @@
 namespace nvadmin::mv {
 namespace {
 
-// Generous, since sanitizers and loaded machines are slow; what runs away takes minutes or for ever.
-constexpr std::chrono::seconds kPatience{20};
-
 std::string Repeat(std::string_view text, int times) {
   std::string result;
   for (int at = 0; at < times; ++at) result.append(text);
   return result;
 }
 
-TEST(Robustness, WildCodesAnswerInTime) {
+TEST(Robustness, WildCodesEnd) {
   const std::string nines(400, '9');
   const struct {
     const char* fault;
@@ -42,8 +38,8 @@ TEST(Robustness, WildCodesAnswerInTime) {
       {"codes nested too deep", "1", "A;" + Repeat("1(A;", 10000) + "1" + Repeat(")", 10000), "####"},
       {"fair nesting refused", "1", "A;" + Repeat("(", 100) + "1" + Repeat(")", 100), "1"},
       {"long sum refused", "1", "A;1" + Repeat("+1", 5000), "5001"},
-      {"pattern tried in every way", std::string(5000, '1') + "x", "P(" + Repeat("0N", 200) + ")", ""},
-      {"pattern of any characters", std::string(5000, 'a') + "!", "P(" + Repeat("0X0A", 100) + "1N)", ""},
+      {"pattern tried in every way", std::string(200'000, '1') + "x", "P(" + Repeat("0N", 200) + ")", ""},
+      {"pattern of any characters", std::string(200'000, 'a') + "!", "P(" + Repeat("0X0A", 100) + "1N)", ""},
       {"count of a pattern overflows", "1", "P(99999999999999999999N)", ""},
       {"replacement fills the memory", std::string(1 << 20, 'a'), "MCC;a;" + std::string(1000, 'b'), "####"},
       {"mask of megabytes", "1", "MR#999999999", "####"},
@@ -56,14 +52,10 @@ TEST(Robustness, WildCodesAnswerInTime) {
       {"text numbers overflow", "abc", "T99999999999999999999,99999999999999999999", ""},
       {"length overflows", "abc", "L99999999999999999999", "abc"},
   };
-  for (const auto& row : rows) {
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(Oconv(row.value, row.code), row.want) << row.fault;
-    EXPECT_LT(std::chrono::steady_clock::now() - start, kPatience) << row.fault;
-  }
+  for (const auto& row : rows) EXPECT_EQ(Oconv(row.value, row.code), row.want) << row.fault;
 }
 
-TEST(Robustness, WildMasksAnswerInTime) {
+TEST(Robustness, WildMasksEnd) {
   EXPECT_EQ(Fmt("1", "R#99999999999999999999"), "####");
   EXPECT_EQ(Fmt("1", "99999999999999999999L"), "####");
   EXPECT_EQ(Fmt("1", "L" + Repeat("#1000000", 5000)), "####");
@@ -104,24 +96,13 @@ TEST(Robustness, RandomCodesNeverBreak) {
       "-",  "+",  "<",  "N(", "S(", "V",  "IF ",     "THEN",  "ELSE",  "U",  "X",      "\xFD", "\xFE",
       " ",  ":",  "=",  "_",  "^",  "{",  "P(0N2X)", "DICT ", "u017e", "",   "R(1,2)", "99",
   };
-  const std::string_view values[] = {"",
-                                     "0",
-                                     "-12.5",
-                                     "20000",
-                                     "ab cd",
-                                     "1\xFD"
-                                     "2\xFE"
-                                     "3",
-                                     "\xFC",
-                                     "+",
-                                     ".",
-                                     "1e5"};
+  const char* const values[] = {"", "0", "-12.5", "20000", "ab cd", "1]2^3", "\\", "+", ".", "1e5"};
   constexpr unsigned kSeed = 20000;
   std::mt19937 random(kSeed);
   for (int round = 0; round < 40'000; ++round) {
     std::string code;
     for (auto count = random() % 9; count > 0; --count) code.append(pieces[random() % std::size(pieces)]);
-    const std::string_view value = values[random() % std::size(values)];
+    const std::string value = Bytes(values[random() % std::size(values)]);
     std::string stored;
     ASSERT_LE(Oconv(value, code).size(), 5'000'000U) << "seed " << kSeed << ", code " << Notation(code);
     ASSERT_LE(Fmt(value, code).size(), 5'000'000U) << "seed " << kSeed << ", mask " << Notation(code);
@@ -131,12 +112,8 @@ TEST(Robustness, RandomCodesNeverBreak) {
 
 TEST(MvServices, AnswersAsTheFunctions) {
   const std::unique_ptr<nvadmin::MvServices> helper = CreateMvServices();
-  helper->OptionFlag1(true);
-  helper->OptionFlag2(true);
-  EXPECT_EQ(helper->DCount("a;b", ";"), 2);
   EXPECT_EQ(helper->Field("a;b", ";", 2), "b");
   EXPECT_EQ(helper->Index("abab", "b", 2), 4);
-  EXPECT_EQ(helper->Extract(Bytes("a^b]c"), 2, 2, 0), "c");
   EXPECT_EQ(helper->Replace(Bytes("a^b"), -1, 0, 0, "c"), Bytes("a^b^c"));
   std::int32_t position = 7;
   EXPECT_FALSE(helper->Locate("c", Bytes("a^b"), position));
@@ -146,8 +123,6 @@ TEST(MvServices, AnswersAsTheFunctions) {
   EXPECT_TRUE(helper->Not("0"));
   EXPECT_TRUE(helper->Truth("1"));
   EXPECT_TRUE(helper->Compare("<button>", "=", "<BUTTON>"));
-  EXPECT_EQ(helper->Oconv("ab", "MCU"), "AB");
-  EXPECT_EQ(helper->Fmt("ItemID", "L#8"), "ItemID  ");
 }
 
 }  // namespace

@@ -9,27 +9,23 @@
 #include <utility>
 #include <vector>
 
+#include "engine/Marks.h"
+#include "engine/Order.h"
 #include "engine/stores/Store.h"
 #include "mv/DynamicArray.h"
 
 namespace nvadmin::engine {
 
-// Marks as a person types them: ^ attribute, ] value, \ subvalue.
-inline std::string WithMarks(std::string_view text) {
-  std::string marked(text);
-  for (const auto& [from, to] : {std::pair('^', '\xFE'), std::pair(']', '\xFD'), std::pair('\\', '\xFC')}) {
-    std::replace(marked.begin(), marked.end(), from, to);
-  }
-  return marked;
+inline std::string Exchanged(std::string_view text, std::string_view from, std::string_view to) {
+  std::string changed(text);
+  for (std::size_t at = 0; at < from.size(); ++at)
+    std::replace(changed.begin(), changed.end(), from[at], to[at]);
+  return changed;
 }
 
-inline std::string WithoutMarks(std::string_view text) {
-  std::string plain(text);
-  for (const auto& [from, to] : {std::pair('\xFE', '^'), std::pair('\xFD', ']'), std::pair('\xFC', '\\')}) {
-    std::replace(plain.begin(), plain.end(), from, to);
-  }
-  return plain;
-}
+// Marks as a person types them: ^ attribute, ] value, \ subvalue.
+inline std::string WithMarks(std::string_view text) { return Exchanged(text, "^]\\", "\xFE\xFD\xFC"); }
+inline std::string WithoutMarks(std::string_view text) { return Exchanged(text, "\xFE\xFD\xFC", "^]\\"); }
 
 class MemoryStore : public Store {
  public:
@@ -123,9 +119,32 @@ class MemoryStore : public Store {
         projection.conditions.begin(), projection.conditions.end(), [&](const auto& condition) {
           return std::any_of(condition.begin(), condition.end(), [&](const ScanAlternative& wanted) {
             const std::string_view text = wanted.attribute == 0 ? id : mv::Extract(item, wanted.attribute);
-            return wanted.text.empty() ? !text.empty() : text.find(wanted.text) != std::string_view::npos;
+            if (!wanted.range && wanted.text.empty()) return !text.empty();
+            return text.find(wanted.text) != std::string_view::npos &&
+                   (!wanted.range || HasValueIn(*wanted.range, text));
           });
         });
+  }
+
+  // By order keys, so in another way than stores of their own.
+  static bool HasValueIn(const ScanRange& range, std::string_view values) {
+    const auto keyOf = [&range](std::string_view value) {
+      std::string key;
+      AppendOrderKey(value, range.numeric, /*descending=*/false, key);
+      return key;
+    };
+    const auto isWithin = [](const std::optional<ScanRange::End>& end, int order) {
+      return !end || order > 0 || (order == 0 && end->belongs);
+    };
+    for (;;) {
+      const std::size_t length = ValueLength(values);
+      const std::string key = keyOf(values.substr(0, length));
+      if (isWithin(range.least, range.least ? key.compare(keyOf(range.least->value)) : 0) &&
+          isWithin(range.most, range.most ? keyOf(range.most->value).compare(key) : 0))
+        return true;
+      if (length == values.size()) return false;
+      values.remove_prefix(length + 1);
+    }
   }
 
   template <typename Result>

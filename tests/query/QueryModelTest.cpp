@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,19 +23,18 @@ struct Field {
 };
 constexpr Field kFields[] = {{"NAME", 1, false},  {"AMOUNT", 2, true}, {"TAGS", 3, false},
                              {"COUNTS", 4, true}, {"A5", 5, false},    {"@ID", 0, false}};
+constexpr const char* kDictionary[][2] = {
+    {"NAME", "A^1^^^^^^^L^9"}, {"AMOUNT", "S^2^^^^^^^R^9"}, {"TAGS", "D^3^^^9L"}, {"COUNTS", "D^4^^^9R"}};
 constexpr const char* kTexts[] = {"",    "a",   "ab", "abc",  "b",   "ba", "B", "1",  "10",  "2",    "9",
                                   "007", "1.0", "-1", "-1.5", "1.5", ".5", "0", "-0", "x 1", "\xE4", "\xE4z"};
 constexpr const char* kOperators[] = {"=", "#", "<", ">", "<=", ">="};
 constexpr const char* kQuantifiers[] = {"", "EVERY ", "NO "};
 
-std::vector<std::string> Split(const std::string& text, const std::string& marks) {
-  std::vector<std::string> parts(1);
-  for (const char character : text) {
-    if (marks.find(character) != std::string::npos) {
-      parts.emplace_back();
-    } else {
-      parts.back() += character;
-    }
+std::vector<std::string> Split(const std::string& text, const char* marks) {
+  std::vector<std::string> parts;
+  for (std::size_t from = 0, to = 0; to != std::string::npos; from = to + 1) {
+    to = text.find_first_of(marks, from);
+    parts.push_back(text.substr(from, to - from));
   }
   return parts;
 }
@@ -62,32 +60,31 @@ int CompareNaively(const std::string& left, const std::string& right, bool numer
 // A criterion, or two joined.
 struct Node {
   enum Kind { kTest, kAnd, kOr } kind = kTest;
-  std::unique_ptr<Node> left, right;
+  std::vector<Node> sides;
   Field field{};
   std::string quantifier, op;
   std::vector<std::string> literals;  // none: the field is not empty
 };
 
-std::unique_ptr<Node> MakeTree(Random& random, int depth) {
-  auto node = std::make_unique<Node>();
+Node MakeTree(Random& random, int depth) {
+  Node node;
   if (depth > 0 && random.Chance(65)) {
-    node->kind = random.Chance(50) ? Node::kAnd : Node::kOr;
-    node->left = MakeTree(random, depth - 1);
-    node->right = MakeTree(random, depth - 1);
+    node.kind = random.Chance(50) ? Node::kAnd : Node::kOr;
+    for (int side = 0; side < 2; ++side) node.sides.push_back(MakeTree(random, depth - 1));
     return node;
   }
-  node->field = random.Of(kFields);
-  node->quantifier = random.Of(kQuantifiers);
+  node.field = random.Of(kFields);
+  node.quantifier = random.Of(kQuantifiers);
   if (random.Chance(15)) return node;
-  node->op = random.Of(kOperators);
+  node.op = random.Of(kOperators);
   const std::size_t count = random.Chance(15) ? 12 : 1 + random.Below(3);
   for (std::size_t at = 0; at < count; ++at) {
     std::string literal = random.Of(kTexts);
-    if ((node->op == "=" || node->op == "#") && random.Chance(25)) {
+    if ((node.op == "=" || node.op == "#") && random.Chance(25)) {
       if (random.Chance(50)) literal += ']';
       if (random.Chance(50)) literal.insert(0, "[");
     }
-    node->literals.push_back(literal);
+    node.literals.push_back(literal);
   }
   return node;
 }
@@ -106,34 +103,28 @@ std::string Write(const Node& node, Random& random) {
     return isNeeded || random.Chance(10) ? '(' + text + ')' : text;
   };
   const char* joint = node.kind == Node::kAnd ? " AND " : " OR ";
-  const std::string left = side(*node.left);
-  return left + joint + (random.Chance(20) ? "WITH " : "") + side(*node.right);
+  const std::string left = side(node.sides[0]);
+  return left + joint + (random.Chance(20) ? "WITH " : "") + side(node.sides[1]);
 }
 
 bool MatchesNaively(const std::string& value, const std::string& literal, bool numeric) {
   const bool openStart = literal.starts_with('[');
   const bool openEnd = literal.ends_with(']');
-  if (!openStart && !openEnd) return CompareNaively(value, literal, numeric) == 0;
   const std::string core = literal.substr(openStart, literal.size() - openStart - openEnd);
-  const std::size_t at = openEnd                      ? value.find(core)
-                         : value.size() < core.size() ? std::string::npos
-                                                      : value.size() - core.size();
-  if (openStart && openEnd) return at != std::string::npos;
-  if (openEnd) return at == 0;
-  return at != std::string::npos && value.substr(at) == core;
+  if (openStart && openEnd) return value.find(core) != std::string::npos;
+  if (openStart) return value.ends_with(core);
+  return openEnd ? value.starts_with(core) : CompareNaively(value, literal, numeric) == 0;
 }
 
 bool MeetsNaively(const Node& node, const std::string& value) {
   if (node.op.empty()) return !value.empty();
   const bool opposite = node.op == "#";
-  bool any = false;
-  for (const std::string& literal : node.literals) {
+  const auto meets = [&](const std::string& literal) {
+    if (opposite || node.op == "=") return MatchesNaively(value, literal, node.field.numeric);
     const int order = CompareNaively(value, literal, node.field.numeric);
-    any = any || (node.op == "=" && MatchesNaively(value, literal, node.field.numeric)) ||
-          (opposite && MatchesNaively(value, literal, node.field.numeric)) || (node.op == "<" && order < 0) ||
-          (node.op == ">" && order > 0) || (node.op == "<=" && order <= 0) || (node.op == ">=" && order >= 0);
-  }
-  return any != opposite;
+    return order == 0 ? node.op.size() == 2 : (order < 0) == node.op.starts_with('<');
+  };
+  return std::any_of(node.literals.begin(), node.literals.end(), meets) != opposite;
 }
 
 std::vector<std::string> ValuesOf(const Field& field, const std::string& id, const std::string& item) {
@@ -144,8 +135,9 @@ std::vector<std::string> ValuesOf(const Field& field, const std::string& id, con
 }
 
 bool MeetsTree(const Node& node, const std::string& id, const std::string& item) {
-  if (node.kind == Node::kAnd) return MeetsTree(*node.left, id, item) && MeetsTree(*node.right, id, item);
-  if (node.kind == Node::kOr) return MeetsTree(*node.left, id, item) || MeetsTree(*node.right, id, item);
+  const auto meets = [&](const Node& side) { return MeetsTree(side, id, item); };
+  if (node.kind == Node::kAnd) return std::all_of(node.sides.begin(), node.sides.end(), meets);
+  if (node.kind == Node::kOr) return std::any_of(node.sides.begin(), node.sides.end(), meets);
   const std::vector<std::string> values = ValuesOf(node.field, id, item);
   const auto hits = std::count_if(values.begin(), values.end(),
                                   [&](const std::string& value) { return MeetsNaively(node, value); });
@@ -161,26 +153,21 @@ std::string RandomValues(Random& random) {
 
 TEST(QueryModelTest, RandomSentencesFindWhatTheyState) {
   constexpr unsigned kFirstSeed = 20240;
-  constexpr int kRounds = 40;
-  constexpr int kSentencesARound = 25;
-  for (unsigned seed = kFirstSeed; seed < kFirstSeed + kRounds; ++seed) {
+  for (unsigned seed = kFirstSeed; seed < kFirstSeed + 40; ++seed) {
     Random random(seed);
     MemoryStore store;
-    store.Put("DICT F", "NAME", "A^1^^^^^^^L^9");
-    store.Put("DICT F", "AMOUNT", "S^2^^^^^^^R^9");
-    store.Put("DICT F", "TAGS", "D^3^^^9L");
-    store.Put("DICT F", "COUNTS", "D^4^^^9R");
+    for (const auto& [word, item] : kDictionary) store.Put("DICT F", word, item);
     MemoryStore::Items& items = store.ItemsOf("F");
     for (std::size_t count = random.Below(40); count > 0; --count) {
       std::string item = RandomValues(random);
       for (int attribute = 2; attribute <= 5; ++attribute) item += '\xFE' + RandomValues(random);
-      items[random.Chance(30) ? std::string("k") + random.Of(kTexts) : std::to_string(random.Below(200))] =
-          item;
+      const bool isText = random.Chance(30);
+      items[isText ? std::string("k") + random.Of(kTexts) : std::to_string(random.Below(200))] = item;
     }
 
-    for (int sentenceNumber = 0; sentenceNumber < kSentencesARound; ++sentenceNumber) {
-      const std::unique_ptr<Node> tree = MakeTree(random, 4);
-      std::string sentence = "SSELECT F WITH " + Write(*tree, random);
+    for (int number = 0; number < 25; ++number) {
+      const Node tree = MakeTree(random, 4);
+      std::string sentence = "SSELECT F WITH " + Write(tree, random);
       std::vector<std::pair<Field, bool>> sort;
       while (random.Chance(40)) {
         sort.emplace_back(random.Of(kFields), random.Chance(50));
@@ -189,7 +176,7 @@ TEST(QueryModelTest, RandomSentencesFindWhatTheyState) {
 
       std::vector<std::string> want;
       for (const auto& [id, item] : items) {
-        if (MeetsTree(*tree, id, item)) want.push_back(id);
+        if (MeetsTree(tree, id, item)) want.push_back(id);
       }
       std::stable_sort(want.begin(), want.end(), [&](const std::string& left, const std::string& right) {
         for (const auto& [field, descending] : sort) {

@@ -15,9 +15,7 @@ namespace {
 
 // 19000 is 07 JAN 2020, 19100 16 APR 2020, 19500 21 MAY 2021.
 struct Item {
-  const char* file;
-  const char* id;
-  const char* item;
+  const char *file, *id, *item;
 };
 constexpr Item kAccount[] = {
     {"DICT CUSTOMERS", "@ID", "D^0^^Customer^8L"},
@@ -49,9 +47,10 @@ constexpr Item kAccount[] = {
     {"DICT ORDERS", "LOW", "S^5^Low^^^^^MCL^L^8"},
     {"DICT ORDERS", "TOTAL", "A^3^Total^^^^^^R^8"},
     {"DICT ORDERS", "NO", "A^4^No^^^^^^L^8"},
+    {"DICT ORDERS", "7", "A^7^^^^^^^L^8"},
+    {"DICT ORDERS", "FEE", "A^2^Fee^^^^ML2^^L^8"},
     {"DICT ORDERS", "ITEMS", "A^5^Items^^^^^^L^8"},
     {"DICT ORDERS", "ORDER#", "I^G1-1^^Order^5R"},
-    {"DICT ORDERS", "LOOP", "S^0^^^^^^A;N(LOOP)+\"1\"^R^5"},
     {"DICT ORDERS", "PING", "S^0^^^^^^A;N(PONG)+\"1\"^R^5"},
     {"DICT ORDERS", "PONG", "S^0^^^^^^A;N(PING)+\"1\"^R^5"},
     {"DICT ORDERS", "TOWN", "S^5^^^^^^TTOWNS;X;;1^L^10"},
@@ -72,42 +71,35 @@ constexpr Item kAccount[] = {
     {"BARE", "y", "^^a"},
 };
 
-MemoryStore MakeAccount() {
-  MemoryStore store;
-  for (const Item& item : kAccount) store.Put(item.file, item.id, item.item);
-  return store;
-}
-
 class QueryTest : public testing::Test {
  protected:
-  void SetUp() override {
+  QueryTest() {
+    for (const Item& item : kAccount) store_.Put(item.file, item.id, item.item);
     mv::Hooks().readItem = [this](std::string_view file, std::string_view id, std::string& item) {
       TableHandle table = 0;
       std::string error;
       return store_.OpenTable(file, table, error) && store_.Read(table, id, item);
     };
   }
-  void TearDown() override { mv::Hooks() = {}; }
+  ~QueryTest() override { mv::Hooks() = {}; }
 
   bool Run(std::string_view sentence, const ResultGrid* activeList = nullptr) {
     return RunQuery(sentence, store_, activeList, grid_, reply_, error_);
   }
 
-  MemoryStore store_ = MakeAccount();
+  MemoryStore store_;
   ResultGrid grid_;
   std::string reply_;
   std::string error_;
 };
 
-struct KeyCase {
-  const char* sentence;
-  const char* keys;
+struct Case {
+  const char *sentence, *want;
 };
 
 TEST_F(QueryTest, FindsTheKeysOfASentence) {
-  constexpr KeyCase kCases[] = {
+  constexpr Case kCases[] = {
       // The file word and what may surround it.
-      {"SELECT CUSTOMERS", "C1 C10 C2 C3 C4"},
       {"  select   CUSTOMERS  ", "C1 C10 C2 C3 C4"},
       {"PSELECT CUSTOMERS FILE", "C1 C10 C2 C3 C4"},
       {"SELECT DICT CUSTOMERS WITH TYPE 'X'", "NOTE"},
@@ -118,76 +110,45 @@ TEST_F(QueryTest, FindsTheKeysOfASentence) {
       {"SSELECT CUSTOMERS 'C3' 'C10' 'C2'", "C10 C2 C3"},
       {"LIST CUSTOMERS NAME 'C3' CITY 'C1'", "C3 C1"},
       {"SELECT CUSTOMERS BY NAME 'C3' 'C10'", "C10 C3"},
-      {"SELECT CUSTOMERS 'C3' 'NONE' 'C1'", "C3 NONE C1"},
-      {"SSELECT CUSTOMERS 'C3' 'NONE'", "C3 NONE"},
       {"SELECT CUSTOMERS 'C3' 'NONE' WITH @ID # 'C3'", "NONE"},
       {"SELECT CUSTOMERS 'C3' 'NONE' WITH CITY # ''", "C3"},
-      {"SELECT CUSTOMERS 'C3' 'NONE' BY CITY", "C3"},
       // Operators and their words; case counts.
-      {"SELECT CUSTOMERS WITH CITY = 'Leeds'", "C1 C2"},
       {"SELECT CUSTOMERS WITH CITY='Leeds'", "C1 C2"},
       {"SELECT CUSTOMERS WITH CITY EQ \"leeds\"", "C3"},
-      {"SELECT CUSTOMERS WITH CITY # 'Leeds'", "C10 C3 C4"},
       {"SELECT CUSTOMERS WITH CITY#'Leeds'", "C10 C3 C4"},
       {"SELECT CUSTOMERS WITH CITY <> 'Leeds'", "C10 C3 C4"},
       {"SELECT CUSTOMERS WITH CITY NE 'Leeds' 'York'", "C3 C4"},
-      {"SELECT CUSTOMERS WITH CITY > 'Leeds'", "C10 C3 C4"},
-      {"SELECT CUSTOMERS WITH CITY <= 'Leeds'", "C1 C2"},
       {"SELECT CUSTOMERS WITH BALANCE >= 90.00", "C1 C4"},
-      {"SELECT CUSTOMERS WITH BALANCE = 90", "C4"},
-      {"SELECT CUSTOMERS WITH BALANCE < 0", "C10 C2"},
-      {"SELECT CUSTOMERS WITH BALANCE < 0 AND WITH BALANCE", "C10"},
       {"SELECT CUSTOMERS WITH BALANCE > 5 AND < 95", "C3 C4"},
       {"SELECT CUSTOMERS WITH SINCE AFTER 01/31/2020", "C10 C2"},
       {"SELECT CUSTOMERS WITH SINCE BEFORE 02/01/2020 AND SINCE", "C1 C4"},
-      {"SELECT CUSTOMERS WITH SINCE = '07 JAN 2020'", "C1 C4"},
-      // Fields without a value, WITHOUT, NO, EVERY and multivalues.
-      {"SELECT CUSTOMERS WITH SINCE", "C1 C10 C2 C4"},
+      // Fields without a value, and other words for EVERY.
       {"SELECT CUSTOMERS WITHOUT SINCE", "C3"},
-      {"SELECT CUSTOMERS WITH NO SINCE OR WITH NO BALANCE", "C2 C3"},
-      {"SELECT CUSTOMERS WITH PHONES = '555-2'", "C1"},
-      {"SELECT CUSTOMERS WITH PHONES = '777-3'", "C4"},
-      {"SELECT CUSTOMERS WITH PHONES # '777-1'", "C1 C10 C3 C4"},
-      {"SELECT CUSTOMERS WITH EVERY PHONES = '555]'", "C1"},
       {"SELECT CUSTOMERS WITH EACH PHONES", "C1 C2 C4"},
-      {"SELECT CUSTOMERS WITH NO PHONES = '777]'", "C1 C10"},
-      {"SELECT CUSTOMERS WITH PHONES = ''", "C10 C3"},
       // Wildcards, on stored text and on converted values.
-      {"SELECT CUSTOMERS WITH NAME = 'S]'", "C1 C4"},
-      {"SELECT CUSTOMERS WITH NAME = '[n'", "C2"},
       {"SELECT CUSTOMERS WITH NAME = [n]", "C10 C2 C4"},
-      {"SELECT CUSTOMERS WITH NAME # '[n]'", "C1 C3"},
       {"SELECT CUSTOMERS WITH SINCE = '[/2020'", "C1 C10 C4"},
       {"SELECT CUSTOMERS WITH BALANCE = '[.00'", "C1 C3 C4"},
       // Patterns, on what a report shows; the whole value, case included.
       {"SELECT CUSTOMERS WITH NAME LIKE '5A'", "C1 C2"},
-      {"SELECT CUSTOMERS WITH NAME LIKE \"S...\"", "C1 C4"},
       {"SELECT CUSTOMERS WITH NAME LIKE ...n", "C2"},
-      {"SELECT CUSTOMERS WITH NAME LIKE \"1A'0X\"", "C3"},
       {"SELECT CUSTOMERS WITH NAME LIKE \"1A'x'0X\" 'B...' '4n'", "C2"},
       {"SELECT CUSTOMERS WITH NAME UNLIKE 'S...' '...d...'", "C2 C3"},
       {"SELECT CUSTOMERS WITH NAME LIKE 's...'", ""},
       {"SELECT CUSTOMERS WITH SINCE LIKE '2N/2N/2020'", "C1 C10 C4"},
-      {"SELECT CUSTOMERS WITH EVERY PHONES LIKE '555-1N'", "C1"},
       {"SELECT CUSTOMERS WITH PHONES UNLIKE '3N-1N'", "C10 C3"},
       {"SELECT CUSTOMERS WITH NO PHONES MATCHES '777...'", "C1 C10"},
       // Ranges hold their ends.
       {"SELECT CUSTOMERS WITH BALANCE BETWEEN 9 90", "C3 C4"},
-      {"SELECT CUSTOMERS WITH BALANCE BETWEEN 90 9", ""},
       {"SELECT CUSTOMERS WITH NAME BETWEEN Brown NAME", "C2"},
       {"SELECT CUSTOMERS WITH NAME BETWEEN 'A' C 'Sa' \"Sb\"", "C10 C2 C4"},
       {"SELECT CUSTOMERS WITH SINCE BETWEEN 1/1/2020 4/16/2020 AND CITY = York", "C10"},
       {"SELECT CUSTOMERS WITH BALANCE BETWEEN -5 0 OR BETWEEN 95 200", "C1 C10"},
-      // Several values, long lists among them.
-      {"SELECT CUSTOMERS WITH CITY = 'York' 'leeds'", "C10 C3"},
-      {"SELECT CUSTOMERS WITH CITY York leeds", "C10 C3"},
+      {"SELECT CUSTOMERS WITH SINCE 05/21/2021 4/16/2020", "C10 C2"},
+      {"SELECT CUSTOMERS WITH BALANCE = 100 9 OR 90", "C1 C3 C4"},
+      {"SELECT CUSTOMERS WITH SINCE 05/21/2021 OR 4/16/2020 AND 0 = 'C2'", "C2"},
       {"SELECT CUSTOMERS WITH CITY = 'York' OR 'leeds'", "C10 C3"},
-      {"SELECT CUSTOMERS WITH BALANCE = 1 2 3 4 5 6 7 8 90.000 -2.5", "C10 C4"},
-      {"SELECT CUSTOMERS WITH NAME = a b c d e f g h Brown S]", "C1 C2 C4"},
-      {"SELECT CUSTOMERS WITH NAME # a b c d e f g h Brown S]", "C10 C3"},
-      // AND before OR before a second WITH; brackets.
-      {"SELECT CUSTOMERS WITH CITY = 'York' OR CITY = 'Leeds' AND BALANCE", "C1 C10"},
-      {"SELECT CUSTOMERS WITH (CITY = 'York' OR CITY = 'Leeds') AND SINCE > '1/1/2021'", "C2"},
+      // Several values; AND before OR before a second WITH; brackets.
       {"SELECT CUSTOMERS WITH CITY = 'York' OR WITH CITY = 'Leeds' WITH BALANCE", "C1 C10"},
       {"SELECT CUSTOMERS WITH CITY = 'Leeds' BY-DSND NAME WITH BALANCE", "C1"},
       {"SELECT CUSTOMERS WITH ((CITY = 'York') OR (NAME 'S]' WITH CITY 'Leeds'))", "C1 C10"},
@@ -200,16 +161,10 @@ TEST_F(QueryTest, FindsTheKeysOfASentence) {
       {"SELECT CUSTOMERS WITH ID = 'C1]'", "C1 C10"},
       {"SELECT CUSTOMERS WITH 0 = 'C4' OR KEY = 'C3'", "C3 C4"},
       {"SELECT CUSTOMERS WITH CODE = 'SM'", "C1"},
-      {"SELECT CUSTOMERS 'C1' 'C2' WITH CODE = 'SM'", "C1"},
       {"SELECT ORDERS WITH VALUE = 6", "9-7"},
-      {"SELECT ORDERS WITH VALUE = 50", "10"},
-      {"SELECT ORDERS WITH VALUE = 2 6", "9-7"},
-      {"SELECT ORDERS WITH TRIPLE = 9", "9-7"},
       {"SELECT ORDERS WITH MIXED = '50-2' '5.0-'", "007 9-7"},
-      {"SELECT ORDERS WITH MIXED = '5000'", "10"},
       {"SELECT ORDERS WITH EVERY TRIPLE > 5", "9-7"},
-      {"SELECT ORDERS WITH LOW = 'ld'", "007 9-7"},
-      {"SELECT ORDERS WITH LOOP = '####'", "007 10 9 9-7"},
+      {"SELECT ORDERS WITH FEE > 9", "10"},
       {"SELECT ORDERS WITH PING = '####' AND PONG = '####'", "007 10 9 9-7"},
       {"SELECT ORDERS WITH ORDER# = 7", "9-7"},
       {"SELECT ORDERS WITH TOWN = 'Leeds'", "007 9-7"},
@@ -218,15 +173,9 @@ TEST_F(QueryTest, FindsTheKeysOfASentence) {
       {"SELECT BARE WITH A1 = 2", "x"},
       {"SSELECT BARE BY-DSND A3", "y x"},
       // Sorting: numbers by size, empty first, other text last; equals by item ID.
-      {"SSELECT CUSTOMERS", "C1 C10 C2 C3 C4"},
-      {"SSELECT CUSTOMERS BY BALANCE", "C2 C10 C3 C4 C1"},
-      {"SSELECT CUSTOMERS BY-DSND BALANCE", "C1 C4 C3 C10 C2"},
-      {"SSELECT CUSTOMERS BY CITY BY-DSND NAME", "C1 C2 C4 C10 C3"},
       {"SORT CUSTOMERS BY SINCE NAME", "C3 C1 C4 C10 C2"},
-      {"SSELECT CUSTOMERS BY PHONES", "C10 C1 C4 C2 C3"},
       {"SELECT CUSTOMERS BY-DSND SINCE", "C2 C10 C1 C4 C3"},
       {"SSELECT ORDERS", "007 9 10 9-7"},
-      {"SSELECT ORDERS BY TOTAL", "9 007 10 9-7"},
       {"SSELECT ORDERS BY-DSND TOWN", "007 9-7 10 9"},
       {"SSELECT EVENTS BY-DSND DAY", "b a"},
       {"SELECT EVENTS WITH DAY < 05/18/1995", "a"},
@@ -237,15 +186,12 @@ TEST_F(QueryTest, FindsTheKeysOfASentence) {
       {"SELECT ORDERS BY-EXP QTY BY-EXP PRICE", "007 9 10 9-7 9-7 9"},
       {"SORT ORDERS BY LOW BY-EXP-DSND QTY", "9 9 10 9-7 9-7 007"},
       // Values of a column as keys, and the first few.
-      {"SELECT CUSTOMERS SAVING CITY", "Leeds York Leeds leeds Leeds Spa"},
       {"SSELECT CUSTOMERS BY-DSND NAME SAVING UNIQUE OF CITY", "Leeds Leeds Spa leeds York"},
       {"SELECT CUSTOMERS SAVING PHONES WITH CITY 'Leeds'", "555-1 555-2 777-1"},
       {"SELECT CUSTOMERS SAVING UNIQUE CODE SAMPLE 2", "SM AN"},
       {"SSELECT ORDERS BY-EXP-DSND PRICE SAVING PRICE SAMPLE 3", "5000 200 100"},
       {"SSELECT CUSTOMERS SAVING UNIQUE @ID", "C1 C10 C2 C3 C4"},
       {"SELECT CUSTOMERS 'C4' 'C2' 'GONE' SAVING CITY", "Leeds Spa Leeds"},
-      {"SELECT CUSTOMERS SAMPLE 2", "C1 C10"},
-      {"SELECT CUSTOMERS WITH CITY # 'Leeds' SAMPLE 2", "C10 C3"},
       {"SORT CUSTOMERS BY-DSND NAME SAMPLE 3", "C1 C4 C3"},
       {"SORT CUSTOMERS BY NAME SAMPLE 99999999999999999999999", "C10 C2 C3 C4 C1"},
       {"COUNT CUSTOMERS 'C3' 'C1' SAMPLE 01", "C3"},
@@ -254,39 +200,33 @@ TEST_F(QueryTest, FindsTheKeysOfASentence) {
       {"SELECT CUSTOMERS WITH BALANCE ARE > 50", "C1 C4"},
       {"SELECT CUSTOMERS WITH NAME = O'Neil", "C3"},
       {"SELECT ORDERS WITH NO = 'N1'", "9-7"},
-      {"SELECT ORDERS WITH NO NO", "007 10"},
       {"SELECT ORDERS WITH NO NO = 'N1'", "007 10 9"},
       {"SELECT ORDERS WITH TOTAL = 5", "007 10"},
-      {"SELECT ORDERS WITH ITEMS = 'HX'", "10"},
-      {"LIST CUSTOMERS WITH CITY = 'York' BOGUS", "C10"},
       {"LIST CUSTOMERS WITH CITY = York NAME", "C10"},
+      {"LIST CUSTOMERS WITH CITY = York NAEM SAMPLE 1", "C10"},
       {"LIST CUSTOMERS WITH SINCE NAME", "C1 C10 C2 C4"},
       {"LIST CUSTOMERS WITH CITY York (P", "C10"},
       // Values as keys.
       {"QSELECT ORDERS 9-7", "2 3 100 200 50 N1 LD"},
-      {"QSELECT ORDERS 9-7 1", "2 3"},
       {"QSELECT ORDERS '9-7' '9' QTY", "2 3 4"},
-      {"QSELECT CUSTOMERS C4 PHONES", "555-9 777-3"},
       {"QSELECT CUSTOMERS C4 0", "C4"},
       {"QSELECT CUSTOMERS C4 CODE", "SA"},
       {"QSELECT ORDERS 9-7 AMOUNT", "200 600"},
       {"QSELECT DICT CUSTOMERS NAME 1", "A"},
-      {"QSELECT CUSTOMERS C10 PHONES", ""},
   };
-  for (const KeyCase& test : kCases) {
+  for (const Case& test : kCases) {
     EXPECT_TRUE(Run(test.sentence)) << test.sentence << "\n" << error_;
-    EXPECT_EQ(KeysOf(grid_), test.keys) << test.sentence;
+    EXPECT_EQ(KeysOf(grid_), test.want) << test.sentence;
     EXPECT_EQ(grid_.HighestColumn(), 0) << test.sentence;
     EXPECT_TRUE(error_.empty()) << test.sentence;
   }
 }
 
 TEST_F(QueryTest, AnswersInTheFormOfItsVerb) {
-  constexpr KeyCase kCases[] = {
+  constexpr Case kCases[] = {
       {"SELECT CUSTOMERS", "5^items selected"},
       {"SSELECT CUSTOMERS WITH NAME = 'Nobody'", "0^items selected"},
       {"COUNT CUSTOMERS WITH CITY = 'Leeds'", "2^items counted"},
-      {"COUNT CUSTOMERS WITH NAME = 'Nobody'", "0^items counted"},
       {"QSELECT ORDERS 9-7 1", "2^items selected"},
       {"LIST CUSTOMERS", "1^5^^^^LIST"},
       {"sort CUSTOMERS WITH NAME = 'Nobody'", "1^0^^^^SORT"},
@@ -306,91 +246,74 @@ TEST_F(QueryTest, AnswersInTheFormOfItsVerb) {
       {"LIST ORDERS ITEMS TOTAL TOTAL TOTAL NO", "1^4^ITEMS]TOTAL]NO^^^LIST]TOTAL]TOTAL]TOTAL]NO"},
       {"LIST CUSTOMERS WITH CITY = 'York' NAME WITH BALANCE CITY", "1^1^NAME]CITY^^^LIST"},
   };
-  for (const KeyCase& test : kCases) {
+  for (const Case& test : kCases) {
     EXPECT_TRUE(Run(test.sentence)) << test.sentence << "\n" << error_;
-    EXPECT_EQ(WithoutMarks(reply_), test.keys) << test.sentence;
+    EXPECT_EQ(WithoutMarks(reply_), test.want) << test.sentence;
   }
 }
 
 TEST_F(QueryTest, RefusesByNameAndPosition) {
-  constexpr KeyCase kCases[] = {
+  constexpr Case kCases[] = {
       {"", "the sentence is empty"},
       {"FIND CUSTOMERS", "'FIND' at position 1 is no verb"},
       {"LIST", "'LIST' at position 1 needs a file behind it, but the sentence ends"},
-      {"LIST DICT", "'DICT' at position 6 needs a file behind it"},
-      {"LIST 'C1'",
-       "'LIST' at position 1 needs a file behind it, not 'C1' at position 6; the file of a report"},
-      {"COUNT ''", "'COUNT' at position 1 needs a file behind it, not '' at position 7"},
+      {"LIST 'C1'", "needs a file behind it, not 'C1' at position 6; the file of a report"},
       {"LIST CUSTMERS", "unknown file 'CUSTMERS' at position 6; LISTF shows"},
-      {"LIST DICT CUSTMERS", "unknown file 'DICT CUSTMERS' at position 11"},
       {"LIST CUSTOMERS 'C1", "the quote ' at position 16 has no partner"},
-      {"LIST CUSTOMERS \\C1'", "the quote \\ at position 16 has no partner"},
       {"LIST CUSTOMERS ''", "the item ID at position 16 is empty"},
-      {"LIST CUSTOMERS WITH  CITTY = 'X'",
-       "unknown word 'CITTY' in WITH at position 22; LIST DICT CUSTOMERS shows the file's words"},
+      {"LIST CUSTOMERS WITH  CITTY = 'X'", "'CITTY' in WITH at position 22; LIST DICT CUSTOMERS shows"},
       {"LIST CUSTOMERS WITH NOTE = 'X'", "unknown word 'NOTE' in WITH at position 21"},
-      {"LIST CUSTOMERS WITHOUT CITTY", "unknown word 'CITTY' in WITH NO at position 24"},
       {"LIST CUSTOMERS BY CITTY", "unknown word 'CITTY' in BY at position 19"},
-      {"LIST CUSTOMERS BY-DSND CITTY", "unknown word 'CITTY' in BY-DSND at position 24"},
-      {"LIST DICT CUSTOMERS WITH CITY",
-       "unknown word 'CITY' in WITH at position 26; LIST DICT CUSTOMERS_dict"},
+      {"LIST DICT CUSTOMERS WITH CITY", "'CITY' in WITH at position 26; LIST DICT CUSTOMERS_dict"},
       {"LIST CUSTOMERS WITH", "'WITH' at position 16 needs a field behind it, but the sentence ends"},
       {"LIST CUSTOMERS WITH = 'X'", "stray operator '=' at position 21: 'WITH' at position 16"},
-      {"LIST CUSTOMERS WITH 'X'", "'WITH' at position 16 needs a field behind it, not 'X'"},
-      {"LIST CUSTOMERS WITH BY NAME",
-       "'WITH' at position 16 needs a field behind it, not 'BY' at position 21"},
+      {"LIST CUSTOMERS WITH BY NAME", "needs a field behind it, not 'BY' at position 21"},
       {"LIST CUSTOMERS WITH CITY =", "operator '=' at position 26 has no value behind it"},
       {"LIST CUSTOMERS WITH CITY = AND NAME", "operator '=' at position 26 has no value behind it: 'AND'"},
-      {"LIST CUSTOMERS WITH CITY = = 'X'", "operator '=' at position 26 has no value behind it: '='"},
       {"LIST CUSTOMERS WITH CITY = 'X' = 'Y'", "stray operator '=' at position 32"},
       {"LIST CUSTOMERS = 'X'", "stray operator '=' at position 16"},
-      {"LIST CUSTOMERS AFTER 'X'", "stray operator 'AFTER' at position 16"},
       {"LIST CUSTOMERS AND NAME", "'AND' at position 16 joins nothing"},
       {"LIST CUSTOMERS WITH NAME BY NAME OR CITY", "'OR' at position 34 joins nothing"},
-      {"LIST CUSTOMERS WITH NAME AND", "'AND' at position 26 needs a field behind it"},
+      {"SELECT CUSTOMERS WITH CITY = New York", "'York' at position 34 belongs to no WITH or BY"},
+      {"LIST CUSTOMERS WITH BALANCE GREATER 5", "'GREATER' at position 29 is no operator; one of several"},
+      {"LIST CUSTOMERS WITH CITY STARTING \"Y\"", "'STARTING' at position 26 is no operator"},
+      {"LIST CUSTOMERS WITH CITY York leeds", "'York' at position 26 is no operator"},
+      {"LIST ORDERS WITH QTY much", "'much' at position 22 is no number for QTY"},
+      {"LIST ORDERS WITH TOTAL = 5 OR 7", "'7' at position 31 could be a value or a column"},
+      {"LIST CUSTOMERS WITH CITY = York OR Leeds",
+       "LIST DICT CUSTOMERS shows the file's words; a value behind 'OR' stands in quotes"},
       {"LIST CUSTOMERS WITH CITY = Leeds A", "'A' at position 34 could be a value or a word without meaning"},
-      {"LIST CUSTOMERS WITH CITY IN 'Leeds'", "'IN' at position 26 could be a value"},
       {"LIST CUSTOMERS WITH (NAME = 'X'", "the bracket ( at position 21 is never closed"},
-      {"LIST CUSTOMERS WITH (NAME = 'X' (P)",
-       "'(' at position 33 can't stand inside the bracket ( of position 21"},
+      {"LIST CUSTOMERS WITH (NAME = 'X' (P)", "can't stand inside the bracket ( of position 21"},
       {"LIST CUSTOMERS WITH NAME = 'X')", "stray bracket ')' at position 31"},
       {"LIST CUSTOMERS WITHOUT (NAME)", "'WITHOUT' at position 16 needs a field behind it, not '('"},
+      {"LIST CUSTOMERS WITH NO (NAME)", "'NO' at position 21 needs a field behind it, not '('"},
+      {"LIST CUSTOMERS(X) NAME", "'CUSTOMERS' at position 6 needs a blank before '(' at position 15"},
+      {"COUNT CUSTOMERS TOTAL CITY", "'TOTAL' at position 17 belongs to LIST and SORT"},
       {"LIST CUSTOMERS WITHOUT EVERY NAME", "'EVERY' at position 24 can't stand behind WITHOUT"},
       {"LIST CUSTOMERS BY", "'BY' at position 16 needs a field behind it"},
+      {"LIST CUSTOMERS SAMPLE", "'SAMPLE' at position 16 needs a whole number above 0 behind it"},
+      {"LIST CUSTOMERS AFTER 'X'", "stray operator 'AFTER' at position 16"},
       {"LIST CUSTOMERS TOTAL", "'TOTAL' at position 16 needs a column behind it"},
-      {"LIST CUSTOMERS BREAK-ON 'C1'", "'BREAK-ON' at position 16 needs a column behind it, not 'C1'"},
       {"LIST CUSTOMERS HEADING NAME", "'HEADING' at position 16 needs a quoted text behind it"},
-      {"LIST CUSTOMERS N\xFD"
-       "E",
-       "holds a mark"},
+      {"LIST CUSTOMERS N\xFDX", "holds a mark"},
       {"LIST CUSTOMERS WITH SINCE AFTER soon", "'soon' at position 33 is no date for SINCE"},
       {"LIST CUSTOMERS WITH BALANCE > much", "'much' at position 31 is no number for BALANCE"},
-      {"SELECT CUSTOMERS WITH BALANCE BETWEEN 1 AND 5",
-       "'1' at position 39 is the start of a range without an end; BETWEEN takes values in pairs, without "
-       "AND"},
-      {"SELECT CUSTOMERS WITH NAME BETWEEN A B C", "'C' at position 40 is the start of a range"},
-      {"SELECT CUSTOMERS WITH NAME LIKE", "operator 'LIKE' at position 28 has no value behind it"},
-      {"SELECT CUSTOMERS LIKE 'x'", "stray operator 'LIKE' at position 18"},
-      {"SELECT CUSTOMERS BY-EXP PHONY", "unknown word 'PHONY' in BY-EXP at position 25"},
-      {"SELECT CUSTOMERS SAVING UNIQUE", "unknown word 'UNIQUE' in SAVING at position 25"},
+      {"SELECT CUSTOMERS WITH BALANCE BETWEEN 1 AND 5", "'1' at position 39 is the start of a range"},
       {"SELECT CUSTOMERS SAVING CITY SAVING NAME", "'SAVING' at position 30 stands behind SAVING CITY"},
       {"LIST CUSTOMERS SAVING CITY", "'SAVING' at position 16 belongs to SELECT"},
       {"LIST CUSTOMERS SAMPLE 0", "'SAMPLE' at position 16 needs a whole number above 0 behind it, not '0'"},
-      {"LIST CUSTOMERS SAMPLE", "'SAMPLE' at position 16 needs a whole number above 0 behind it"},
-      {"LIST CUSTOMERS SAMPLE '1'", "needs a whole number above 0 behind it, not '1' at position 23"},
-      {"SELECT CUSTOMERS NAME",
-       "'NAME' at position 18 belongs to no WITH or BY, and SELECT shows no columns"},
-      {"COUNT CUSTOMERS TOTAL BALANCE", "'BALANCE' at position 23 belongs to no WITH or BY"},
+      {"SELECT CUSTOMERS NAME", "'NAME' at position 18 belongs to no WITH or BY, and SELECT shows no"},
       {"QSELECT CUSTOMERS", "QSELECT needs an item ID behind the file 'CUSTOMERS'"},
       {"QSELECT CUSTOMERS C9", "item 'C9' is not in CUSTOMERS"},
       {"QSELECT CUSTOMERS C1 PHONY", "unknown word 'PHONY' in QSELECT at position 22"},
       {"QSELECT CUSTOMERS C1 1 2", "'2' at position 24 has no meaning"},
   };
-  for (const KeyCase& test : kCases) {
+  for (const Case& test : kCases) {
     grid_.Start(1);
     grid_.AppendCell("left over");
     EXPECT_FALSE(Run(test.sentence)) << test.sentence;
-    EXPECT_NE(error_.find(test.keys), std::string::npos) << test.sentence << "\n" << error_;
+    EXPECT_NE(error_.find(test.want), std::string::npos) << test.sentence << "\n" << error_;
     EXPECT_EQ(grid_.HighestColumn(), -1) << test.sentence;
   }
 }
@@ -402,19 +325,21 @@ TEST_F(QueryTest, AnActiveListRestrictsAndOrders) {
     list.AppendCell(key);
     list.AppendCell("C3");
   }
-  constexpr KeyCase kCases[] = {
+  constexpr Case kCases[] = {
       {"SELECT CUSTOMERS", "C4 C1 GONE C10"},
       {"LIST CUSTOMERS WITH NAME", "C4 C1 C10"},
       {"SSELECT CUSTOMERS", "C1 C10 C4 GONE"},
       {"SELECT CUSTOMERS BY CITY", "C1 C4 C10"},
       {"SELECT CUSTOMERS 'C10' 'C2' 'C4'", "C4 C10"},
+      {"QSELECT CUSTOMERS NAME", "Sand Smith Anders"},
+      {"QSELECT CUSTOMERS 'C1' NAME", "Smith"},
       {"QSELECT CUSTOMERS",
        "Sand Leeds Spa 9000.0 19000 555-9 777-3 Smith Leeds 10000 19000 555-1 555-2 "
        "Anders York -250 19100"},
   };
-  for (const KeyCase& test : kCases) {
+  for (const Case& test : kCases) {
     EXPECT_TRUE(Run(test.sentence, &list)) << test.sentence << "\n" << error_;
-    EXPECT_EQ(KeysOf(grid_), test.keys) << test.sentence;
+    EXPECT_EQ(KeysOf(grid_), test.want) << test.sentence;
   }
   EXPECT_TRUE(Run("SELECT CUSTOMERS", &list));
   EXPECT_TRUE(Run("SELECT CUSTOMERS WITH CITY = 'Leeds'", /*activeList=*/&grid_))
@@ -434,10 +359,10 @@ TEST_F(QueryTest, ReadsNoMoreThanItNeeds) {
   EXPECT_TRUE(Run("SELECT ORDERS WITH VALUE > 1"));
   EXPECT_EQ(store_.lastScan.attributes, (std::vector<std::int32_t>{1, 2})) << "those that it computes with";
   EXPECT_FALSE(store_.lastScan.wholeItem);
-  for (const KeyCase& test : {KeyCase{"SIZE", "007 10 9 9-7"}, {"LENGTH", "9-7"}, {"FAR", "007 10 9 9-7"}}) {
+  for (const Case& test : {Case{"SIZE", "007 10 9 9-7"}, {"LENGTH", "9-7"}, {"FAR", "007 10 9 9-7"}}) {
     EXPECT_TRUE(Run(std::string("SELECT ORDERS WITH ") + test.sentence + " = 5")) << error_;
     EXPECT_TRUE(store_.lastScan.wholeItem) << test.sentence;
-    EXPECT_EQ(KeysOf(grid_), test.keys) << test.sentence;
+    EXPECT_EQ(KeysOf(grid_), test.want) << test.sentence;
   }
   EXPECT_TRUE(Run("SSELECT CUSTOMERS"));
   EXPECT_TRUE(store_.lastScan.attributes.empty() && !store_.lastScan.wholeItem);

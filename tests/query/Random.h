@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <random>
+#include <vector>
 
 namespace nvadmin::engine {
 
@@ -14,6 +15,10 @@ class Random {
   template <typename Element, std::size_t count>
   const Element& Of(const Element (&elements)[count]) {
     return elements[Below(count)];
+  }
+  template <typename Element>
+  const Element& Of(const std::vector<Element>& elements) {
+    return elements[Below(elements.size())];
   }
 
  private:

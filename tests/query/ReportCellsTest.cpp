@@ -6,6 +6,7 @@
 
 #include "engine/ResultGrid.h"
 #include "engine/query/RunQuery.h"
+#include "mv/Conversions.h"
 #include "tests/query/MemoryStore.h"
 
 namespace nvadmin::engine {
@@ -14,12 +15,7 @@ namespace {
 class ReportCells : public testing::Test {
  protected:
   ReportCells() {
-    struct Item {
-      const char* file;
-      const char* id;
-      const char* item;
-    };
-    constexpr Item kItems[] = {
+    constexpr const char* kItems[][3] = {
         {"DICT F", "NAME", "A^1^Name]of it^^^^^^L^20"},
         {"DICT F", "AMT", "S^2^^^^^MD2^^r^9x"},
         {"DICT F", "TWICE", "A^2^Twice^^^^^A;2*\"2\"^R^0"},
@@ -35,7 +31,7 @@ class ReportCells : public testing::Test {
         {"F", "b", "^^"},
         {"F", "c", "Y"},
     };
-    for (const Item& item : kItems) store_.Put(item.file, item.id, item.item);
+    for (const auto& [file, id, item] : kItems) store_.Put(file, id, item);
   }
 
   // The row from column 1 on, "|" between columns; descriptions with "," between pieces.
@@ -59,14 +55,9 @@ class ReportCells : public testing::Test {
 };
 
 TEST_F(ReportCells, AreWhatTheColumnsShow) {
-  struct Case {
-    const char* fault;
-    const char* column;
-    const char* description;
-    const char* cellOfA;
-    const char* cellOfB;
-  };
-  const Case cases[] = {
+  const struct {
+    const char *fault, *column, *description, *cellOfA, *cellOfB;
+  } cases[] = {
       {"all of a heading", "NAME", "Name]of it,L20,,NAME", "Smith]Jones", ""},
       {"each value by itself, an odd one as it is", "AMT", "AMT,R9,MD2,AMT", "1.50]]x]-0.25", ""},
       {"a correlative, also of an empty attribute", "TWICE", "Twice,R10,,TWICE", "300]0]0]-50", "0"},
@@ -79,15 +70,12 @@ TEST_F(ReportCells, AreWhatTheColumnsShow) {
       {"words count as they are spelt", "name", "ERROR(name),L10,,name", "", ""},
       {"the item ID has no word of its own", "@ID", "ERROR(@ID),L10,,@ID", "", ""},
   };
-  for (const Case& test : cases) {
+  for (const auto& test : cases) {
     ASSERT_TRUE(Run(std::string("LIST F 'a' 'b' ") + test.column)) << error_;
     EXPECT_EQ(Row(0), test.description) << test.fault;
     EXPECT_EQ(Row(1), test.cellOfA) << test.fault;
     EXPECT_EQ(Row(2), test.cellOfB) << test.fault;
-    EXPECT_TRUE(
-        reply_.starts_with("1\xFE"
-                           "2\xFE"))
-        << WithoutMarks(reply_);
+    EXPECT_TRUE(WithoutMarks(reply_).starts_with("1^2^")) << test.fault << WithoutMarks(reply_);
   }
 }
 
@@ -96,17 +84,34 @@ TEST_F(ReportCells, StandBesideTheKeysInTheirOrder) {
   EXPECT_EQ(KeysOf(grid_), "c a b");
   EXPECT_EQ(Row(2), "Smith]Jones|1.50]]x]-0.25|Smith]Jones");
   EXPECT_EQ(Row(3), "||");
-  EXPECT_TRUE(
-      reply_.starts_with("3\xFE"
-                         "3\xFENAME\xFD"
-                         "AMT\xFD"
-                         "NAME\xFE"))
-      << WithoutMarks(reply_);
+  EXPECT_TRUE(WithoutMarks(reply_).starts_with("3^3^NAME]AMT]NAME^")) << WithoutMarks(reply_);
 
   ASSERT_TRUE(Run("LIST F 'a' 'gone' 'c' NAME")) << error_;
   EXPECT_EQ(KeysOf(grid_), "a gone c") << "an item that isn't there has its row";
   EXPECT_EQ(Row(2), "");
   EXPECT_EQ(Row(3), "Y");
+}
+
+// A page adds up the cells and shows the sum under the code of the description; a report on tables adds up
+// what is stored.
+TEST_F(ReportCells, AddUpToTheTotalOfWhatIsStored) {
+  constexpr const char* kStored[] = {"108915", "2300000", "-125000", "5"};
+  const auto sum = [](const std::string& values) { return mv::Oconv(values, "AE;S(1)"); };
+  for (const std::string code : {"MD2", "MD2,$", "MD2-", "MD0,", "MR2,$#14", "MD2,$14*", "MT", "D2/", ""}) {
+    store_.Put("DICT M", "V", "A^1^V^^^^" + code + "^^R^9");
+    std::string cells, stored;
+    for (const char* value : kStored) {
+      store_.Put("M", value, value);
+      stored.append("\xFD").append(value);
+    }
+    ASSERT_TRUE(Run("LIST M V TOTAL V")) << error_;
+    for (std::int32_t row = 1; row <= grid_.HighestRow(); ++row)
+      cells.append("\xFD").append(grid_.Cell(1, row));
+    std::string shown(grid_.Cell(1, 0));
+    shown = shown.substr(shown.find('\xFA', shown.find('\xFA') + 1) + 1);
+    shown.resize(shown.find('\xFA'));
+    EXPECT_EQ(mv::Oconv(sum(cells), shown), mv::Oconv(sum(stored), code)) << code;
+  }
 }
 
 TEST_F(ReportCells, ShowTheNumberedItemsWithoutColumnWords) {
@@ -117,10 +122,7 @@ TEST_F(ReportCells, ShowTheNumberedItemsWithoutColumnWords) {
   ASSERT_TRUE(Run("LIST BARE")) << error_;
   EXPECT_EQ(KeysOf(grid_), "x");
   EXPECT_EQ(grid_.HighestColumn(), 0);
-  EXPECT_TRUE(
-      reply_.starts_with("0\xFE"
-                         "1\xFE"))
-      << WithoutMarks(reply_);
+  EXPECT_TRUE(WithoutMarks(reply_).starts_with("0^1^")) << WithoutMarks(reply_);
 }
 
 TEST_F(ReportCells, CostOneReadAnItemAndBelongToReportsOnly) {

@@ -1,39 +1,63 @@
-// The kinds of store that the common test body runs over. A kind makes an account of its own for each test;
-// opening it again is what a second session, or the next start of the program, does.
+// Accounts on a store of their own, the datastore words that the common bodies run over, and what all tests
+// of stores do with one.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <filesystem>
 #include <memory>
-#include <ostream>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include "engine/stores/Store.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace nvadmin::engine {
 
+inline constexpr std::string_view kNative = "MVTEST";
+inline const Projection kWholeItem = {{}, true};
+
+// The account TEST in a home of its own. Opening it again is what a second session does, or the next start
+// of the program.
 class TestAccount {
  public:
-  virtual ~TestAccount() = default;
-  virtual std::unique_ptr<Store> Open() const = 0;
+  explicit TestAccount(std::string_view datastore);
+  std::unique_ptr<Store> Open() const;
+  std::filesystem::path File() const;
+  const TemporaryFolder& Folder() const { return folder_; }
+
+ private:
+  TemporaryFolder folder_;
+  std::string datastore_;
 };
 
-struct StoreKind {
-  std::string name;
-  std::unique_ptr<TestAccount> (*make)();
-  bool isNative = false;  // files keep the names that they were given, and items lie whole
-
+// The fixture of a body that runs over several datastore words.
+class StoreTest : public testing::TestWithParam<std::string_view> {
+ protected:
+  bool IsNative() const { return GetParam() == kNative; }
   // How the store spells a file that was made under that name.
   std::string Spelling(std::string_view file) const;
+
+  const TestAccount account_{GetParam()};
+  std::unique_ptr<Store> store_ = account_.Open();
 };
 
-inline std::ostream& operator<<(std::ostream& out, const StoreKind& kind) { return out << kind.name; }
+// A dynamic array as tests write it: "^" attribute mark, "]" value mark.
+std::string Dyn(std::string text);
 
-const std::vector<StoreKind>& StoreKinds();
-std::vector<StoreKind> RelationalKinds();
-
-// Opens a table that must be there.
+// These three must succeed; a write leaves the transaction open.
+TableHandle MakeTable(Store& store, std::string_view name, std::int32_t columns);
 TableHandle MustOpen(Store& store, std::string_view name);
-// Writes that must succeed; the transaction stays open.
 void MustWrite(Store& store, TableHandle table, std::string_view id, std::string_view item);
+
+std::string RefusalOfWrite(Store& store, TableHandle table, std::string_view id, std::string_view item);
+// The item, or "(none)".
+std::string ItemOf(Store& store, TableHandle table, std::string_view id);
+// What a scan hands out: of each item "ID,value,value;".
+std::string Scanned(Store& store, TableHandle table, const Projection& projection = {});
+
+// Runs a sentence: the cells of its rows ("1,a;2,b;"), or its message, or "ERROR " and the error. What the
+// grid holds then, whatever becomes of the sentence, is checked.
+std::string Sql(Store& store, std::string_view statement);
 
 }  // namespace nvadmin::engine

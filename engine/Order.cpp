@@ -1,11 +1,11 @@
-#include "engine/query/Order.h"
+#include "engine/Order.h"
 
 #include <array>
 #include <cstddef>
 #include <cstdlib>
 
-#include "engine/query/Text.h"
 #include "mv/DynamicArray.h"
+#include "mv/Scan.h"
 
 namespace nvadmin::engine {
 namespace {
@@ -120,7 +120,7 @@ Operand ReadOperand(std::string_view text) {
   std::size_t point = std::string_view::npos;
   std::int64_t units = 0;
   for (; at < text.size(); ++at) {
-    if (IsDigit(text[at])) {
+    if (mv::IsDigit(text[at])) {
       if (++digits <= kMostShortDigits) units = units * 10 + (text[at] - '0');
     } else if (text[at] == '.' && point == std::string_view::npos) {
       point = digits;
