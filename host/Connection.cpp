@@ -1,6 +1,5 @@
 #include "host/Connection.h"
 
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -16,62 +15,81 @@ namespace nvadmin::host {
 
 namespace {
 
-constexpr std::chrono::milliseconds kParting{200};
+using Clock = std::chrono::steady_clock;
 
-Moved Outcome(ssize_t bytes, Transfer whenBusy) {
-  if (bytes > 0) return {Transfer::kMoved, static_cast<std::size_t>(bytes)};
-  const bool isBusy = bytes < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
-  return {isBusy ? whenBusy : Transfer::kGone, 0};
-}
+constexpr std::chrono::seconds kLongestCall{10};
+constexpr std::chrono::seconds kParting{1};
+
+struct Option {
+  int level;
+  int name;
+  int value;
+};
+
+constexpr Option kOptions[] = {
+    // A reply is one write: waiting for more of it would only cost time.
+    {IPPROTO_TCP, TCP_NODELAY, 1},
+    // A client whose machine or network died is noticed after two minutes.
+    {SOL_SOCKET, SO_KEEPALIVE, 1},
+    {IPPROTO_TCP, TCP_KEEPIDLE, 60},
+    {IPPROTO_TCP, TCP_KEEPINTVL, 15},
+    {IPPROTO_TCP, TCP_KEEPCNT, 4},
+};
+
+bool MayTryAgain() { return errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK; }
 
 }  // namespace
 
 Connection::Connection(int socket) : socket_(socket) {
-  fcntl(socket, F_SETFL, fcntl(socket, F_GETFL) | O_NONBLOCK);
-  // A reply is one write: waiting for more of it would only cost time. Not every socket knows the option.
-  const int on = 1;
-  setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  // Not every kind of socket knows all of this; it does without.
+  for (const Option& option : kOptions)
+    setsockopt(socket, option.level, option.name, &option.value, sizeof option.value);
+  const timeval longestCall{kLongestCall.count(), 0};
+  setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &longestCall, sizeof longestCall);
 }
 
 Connection::~Connection() { close(socket_); }
 
-Moved Connection::Receive(char* to, std::size_t most) {
-  ssize_t bytes = 0;
-  do {
-    bytes = recv(socket_, to, most, 0);
-  } while (bytes < 0 && errno == EINTR);
-  return Outcome(bytes, Transfer::kNeedsInput);
-}
-
-Moved Connection::Send(std::string_view bytes) {
-  ssize_t sent = 0;
-  do {
-    sent = send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-  } while (sent < 0 && errno == EINTR);
-  return Outcome(sent, Transfer::kNeedsRoom);
-}
-
-bool Connection::Wait(Transfer transfer, std::chrono::steady_clock::time_point until) const {
-  pollfd waited{socket_, static_cast<short>(transfer == Transfer::kNeedsRoom ? POLLOUT : POLLIN), 0};
+// A wait that has long to go is left to the receiving call: a request costs one system call to take.
+Moved Connection::Receive(char* to, std::size_t most, TimePoint until) {
   for (;;) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
-    const auto most = static_cast<decltype(left)::rep>(std::numeric_limits<int>::max());
-    const int milliseconds = static_cast<int>(std::clamp(left.count(), decltype(left)::rep{0}, most));
-    const int ready = poll(&waited, 1, milliseconds);
-    if (ready > 0) return true;
-    if (ready == 0 && milliseconds < most) return false;
+    const bool hasLong = until - Clock::now() > kLongestCall;
+    if (!hasLong && !Wait(POLLIN, until)) return {Transfer::kLate, 0};
+    const ssize_t bytes = recv(socket_, to, most, hasLong ? 0 : MSG_DONTWAIT);
+    if (bytes > 0) return {Transfer::kMoved, static_cast<std::size_t>(bytes)};
+    if (bytes == 0 || !MayTryAgain()) return {};
   }
 }
 
-void Connection::FinishOutput() {
-  shutdown(socket_, SHUT_WR);
-  const auto until = std::chrono::steady_clock::now() + kParting;
-  std::array<char, 4096> dropped;
+Moved Connection::Send(std::string_view bytes, TimePoint until) {
   for (;;) {
-    const Moved moved = Connection::Receive(dropped.data(), dropped.size());
-    if (moved.transfer == Transfer::kGone) return;
-    if (std::chrono::steady_clock::now() >= until) return;
-    if (moved.transfer != Transfer::kMoved && !Wait(moved.transfer, until)) return;
+    const ssize_t sent = send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (sent > 0) return {Transfer::kMoved, static_cast<std::size_t>(sent)};
+    if (!MayTryAgain()) return {};
+    if (!Wait(POLLOUT, until)) return {Transfer::kLate, 0};
+  }
+}
+
+bool Connection::Wait(short event, TimePoint until) const {
+  using Milliseconds = std::chrono::milliseconds;
+  constexpr Milliseconds kMost{std::numeric_limits<int>::max()};
+  pollfd waited{socket_, event, 0};
+  for (;;) {
+    const auto left =
+        std::clamp(std::chrono::ceil<Milliseconds>(until - Clock::now()), Milliseconds(0), kMost);
+    const int ready = poll(&waited, 1, static_cast<int>(left.count()));
+    if (ready > 0) return true;
+    if (ready == 0 && left < kMost) return false;
+  }
+}
+
+void Connection::EndOutput() noexcept { shutdown(socket_, SHUT_WR); }
+
+void Connection::AwaitHangUp() noexcept {
+  const auto until = Clock::now() + kParting;
+  std::array<char, 16'384> dropped;
+  while (Clock::now() < until &&
+         Connection::Receive(dropped.data(), dropped.size(), until).transfer == Transfer::kMoved) {
   }
 }
 

@@ -1,4 +1,4 @@
-// A connection of bytes to somebody far away, plain or under TLS. Never blocks by itself.
+// A connection of bytes to somebody far away, plain or under TLS.
 // Used on its session's thread, StopInput and Break apart, which may come from any.
 #pragma once
 
@@ -11,10 +11,9 @@
 namespace nvadmin::host {
 
 enum class Transfer {
-  kMoved,       // at least one byte
-  kNeedsInput,  // try again when the connection can be read
-  kNeedsRoom,   // try again when it can be written
-  kGone,        // the other side closed it, or it broke
+  kMoved,  // at least one byte
+  kLate,   // nothing in time
+  kGone,   // the other side closed it, or it broke
 };
 
 struct Moved {
@@ -24,26 +23,37 @@ struct Moved {
 
 class Connection {
  public:
+  using TimePoint = std::chrono::steady_clock::time_point;
+
   // Takes the socket over.
   explicit Connection(int socket);
   virtual ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  virtual Moved Receive(char* to, std::size_t most);
-  virtual Moved Send(std::string_view bytes);
+  // Settles what must be settled before the first byte. False, with the reason for the log, when the other
+  // side doesn't do its part until then.
+  virtual bool Open(TimePoint /*until*/, std::string& /*error*/) { return true; }
 
-  // Waits until what `transfer` asks for can be done. False when that took longer than `until`.
-  bool Wait(Transfer transfer, std::chrono::steady_clock::time_point until) const;
-  // Tells the other side that nothing more is sent, and takes in for a moment what it still sends: otherwise
-  // what was sent last could be lost on its way.
-  void FinishOutput();
+  // Wait for bytes, and for room for some of them.
+  virtual Moved Receive(char* to, std::size_t most, TimePoint until);
+  virtual Moved Send(std::string_view bytes, TimePoint until);
 
-  // No more input: a wait for it ends, and every later Receive is kGone.
+  // Tells the other side that nothing more is sent.
+  virtual void EndOutput() noexcept;
+  // Takes in for a moment what the other side still sends, until it hangs up too. A connection that is closed
+  // with bytes unread drops what was sent last.
+  void AwaitHangUp() noexcept;
+
+  // No more input: a wait for it ends, and once what has come already is taken, every Receive is kGone.
   void StopInput() noexcept;
   // The same both ways.
   void Break() noexcept;
   int Socket() const { return socket_; }
+
+ protected:
+  // Waits for one of poll's events. False when it took longer.
+  bool Wait(short event, TimePoint until) const;
 
  private:
   int socket_;
@@ -58,7 +68,7 @@ class TlsServer {
   TlsServer(const TlsServer&) = delete;
   TlsServer& operator=(const TlsServer&) = delete;
 
-  // Takes the socket over. The handshake is made by the first transfers. Must not outlive the server.
+  // Takes the socket over; the connection's Open makes the handshake. It must not outlive the server.
   std::unique_ptr<Connection> Accept(int socket) const;
 
  private:

@@ -20,6 +20,10 @@ constexpr std::string_view kServerEnds = "the server ends";
 
 using Clock = std::chrono::steady_clock;
 
+std::string LongerThan(std::string_view what, std::size_t bytes) {
+  return fmt::format("{} is longer than {} bytes", what, bytes);
+}
+
 }  // namespace
 
 // --- In ---
@@ -35,9 +39,17 @@ engine::InputResult LinePort::ReadSentence(std::string& sentence) {
   return TakeLine(sentence, limits_.lineBytes, Clock::now() + limits_.idle);
 }
 
+bool LinePort::Open(Clock::time_point until) {
+  std::string error;
+  if (connection_->Open(until, error)) return true;
+  Lose(error);
+  connection_->EndOutput();
+  return false;
+}
+
 engine::InputResult LinePort::ReadLogInLine(std::string& line, std::size_t most, Clock::time_point until) {
   constexpr char kTlsHandshake = '\x16';
-  if (read_.empty() && !lost_) {
+  if (read_.empty() && !IsOver()) {
     Flush();
     if (ReceiveMore(until) && read_.front() == kTlsHandshake)
       Close("this port speaks plain text, without TLS");
@@ -47,22 +59,17 @@ engine::InputResult LinePort::ReadLogInLine(std::string& line, std::size_t most,
 
 engine::InputResult LinePort::TakeLine(std::string& line, std::size_t most, Clock::time_point until) {
   line.clear();
-  if (lost_) return engine::InputResult::kLost;
+  if (IsOver()) return engine::InputResult::kLost;
   Flush();
   std::size_t searched = next_;
   std::size_t end = std::string::npos;
-  while (!lost_ && (end = read_.find('\n', searched)) == std::string::npos) {
+  while ((end = read_.find('\n', searched)) == std::string::npos) {
     const std::size_t unfinished = read_.size() - next_;
     // The line's own end may still be two bytes.
-    if (unfinished > most + 1) {
-      Close(fmt::format("a line is longer than {} bytes", most));
-      break;
-    }
-    if (ending_) Close(kServerEnds);
-    if (lost_ || !ReceiveMore(until)) break;
+    if (unfinished > most + 1) Close(LongerThan("a line", most));
+    if (!ReceiveMore(until)) return engine::InputResult::kLost;
     searched = unfinished;
   }
-  if (lost_) return engine::InputResult::kLost;
 
   const std::size_t length = end - next_;
   const bool endsInCr = length > 0 && read_[end - 1] == '\r';
@@ -72,9 +79,9 @@ engine::InputResult LinePort::TakeLine(std::string& line, std::size_t most, Cloc
   requestBytes_ = (asksForMore_ ? requestBytes_ : 0) + line.size();
   asksForMore_ = false;
   if (line.size() > most) {
-    Close(fmt::format("a line is longer than {} bytes", most));
+    Close(LongerThan("a line", most));
   } else if (requestBytes_ > limits_.requestBytes) {
-    Close(fmt::format("a request is longer than {} bytes", limits_.requestBytes));
+    Close(LongerThan("a request", limits_.requestBytes));
   }
   if (!lost_) return engine::InputResult::kLine;
   line.clear();
@@ -83,38 +90,32 @@ engine::InputResult LinePort::TakeLine(std::string& line, std::size_t most, Cloc
 
 // Appends what comes; what was taken goes. False when nothing came in time or nothing will.
 bool LinePort::ReceiveMore(Clock::time_point until) {
+  if (IsOver()) return false;
   read_.erase(0, next_);
   next_ = 0;
   if (read_.empty() && read_.capacity() > kKeptCapacity) read_.shrink_to_fit();
   const std::size_t before = read_.size();
-  for (;;) {
-    read_.resize(before + kReceivedBytes);
-    const Moved moved = connection_->Receive(read_.data() + before, kReceivedBytes);
-    read_.resize(before + moved.bytes);
-    switch (moved.transfer) {
-      case Transfer::kMoved:
-        return true;
-      case Transfer::kGone:
-        // The server ends a wait by stopping the input.
-        if (ending_) {
-          Close(kServerEnds);
-        } else {
-          Lose(kHungUp);
-        }
-        return false;
-      case Transfer::kNeedsInput:
-      case Transfer::kNeedsRoom:
-        if (connection_->Wait(moved.transfer, until)) break;
-        Close("no line came in time");
-        return false;
-    }
+  read_.resize(before + kReceivedBytes);
+  const Moved moved = connection_->Receive(read_.data() + before, kReceivedBytes, until);
+  read_.resize(before + moved.bytes);
+  switch (moved.transfer) {
+    case Transfer::kMoved:
+      return true;
+    case Transfer::kLate:
+      Close("no line came in time");
+      break;
+    case Transfer::kGone:
+      // The server ends a wait by stopping the input.
+      if (!IsOver()) Lose(kHungUp);
+      break;
   }
+  return false;
 }
 
 // --- Out ---
 
 void LinePort::Write(std::string_view text, bool lineEnd) {
-  if (lost_) throw PortLost("");
+  RequireOpen();
   asksForMore_ = text == kNextLineFrame;
   gathered_ += text;
   if (lineEnd) gathered_ += kLineEnd;
@@ -139,7 +140,7 @@ void LinePort::EndOpenLine() {
 }
 
 void LinePort::Flush() {
-  if (lost_) throw PortLost("");
+  RequireOpen();
   if (gathered_.empty()) return;
   const bool sent = SendAll(gathered_);
   gathered_.clear();
@@ -149,20 +150,17 @@ void LinePort::Flush() {
 
 bool LinePort::SendAll(std::string_view bytes) {
   while (!bytes.empty()) {
-    if (hungUp_) {
-      Lose(kHungUp);
-      return false;
-    }
-    const Moved moved = connection_->Send(bytes);
+    const Moved moved = connection_->Send(bytes, Clock::now() + limits_.stall);
     bytes.remove_prefix(moved.bytes);
-    if (moved.transfer == Transfer::kMoved) continue;
-    if (moved.transfer == Transfer::kGone) {
-      Lose(kHungUp);
-      return false;
-    }
-    if (!connection_->Wait(moved.transfer, Clock::now() + limits_.stall)) {
-      Lose("the client took nothing of what was sent to it");
-      return false;
+    switch (moved.transfer) {
+      case Transfer::kMoved:
+        break;
+      case Transfer::kLate:
+        Lose("the client took nothing of what was sent to it");
+        return false;
+      case Transfer::kGone:
+        Lose(kHungUp);
+        return false;
     }
   }
   return true;
@@ -170,8 +168,24 @@ bool LinePort::SendAll(std::string_view bytes) {
 
 // --- The end ---
 
+void LinePort::RequireOpen() {
+  if (hungUp_) Lose(kHungUp);
+  if (lost_) throw PortLost("");
+}
+
+// Whether the end has come, from whatever side.
+bool LinePort::IsOver() {
+  if (hungUp_) {
+    Lose(kHungUp);
+  } else if (ending_) {
+    Close(kServerEnds);
+  }
+  return lost_;
+}
+
 void LinePort::Lose(std::string_view reason) {
-  if (endReason_.empty()) endReason_ = reason;
+  const bool isServers = hungUp_ && ending_;
+  if (!lost_) endReason_ = isServers ? kServerEnds : reason;
   lost_ = true;
 }
 
@@ -182,13 +196,18 @@ void LinePort::Close(std::string_view why) noexcept {
     gathered_.clear();
     if (!openLine_.empty()) last += kLineEnd;
     if (!why.empty()) last.append(why).append(kLineEnd);
+    Lose(hungUp_ ? kHungUp : why.empty() ? "the user ended it" : why);
     // Nobody waits for a client that is thrown out.
-    connection_->Send(last);
-    connection_->FinishOutput();
-    Lose(why.empty() ? "the user ended it" : why);
+    std::string_view rest = last;
+    while (!rest.empty()) {
+      const Moved moved = connection_->Send(rest, Clock::now());
+      if (moved.transfer != Transfer::kMoved) break;
+      rest.remove_prefix(moved.bytes);
+    }
   } catch (const std::exception&) {
     lost_ = true;
   }
+  connection_->EndOutput();
 }
 
 void LinePort::HangUp() noexcept {

@@ -4,7 +4,7 @@
 // What goes out is gathered up to 64 KiB, and then waits for the client to take it: a session holds no more
 // of it. A client that takes nothing for a while is cut off, and so is one that sends a line or a request
 // beyond its limit, or nothing. Why a connection ended is kept for the log; the client is told where it can
-// be.
+// be. An end that came from another thread counts from the next line on, also before lines that are there.
 #pragma once
 
 #include <atomic>
@@ -40,14 +40,19 @@ class LinePort final : public SessionPort {
   engine::InputResult ReadSentence(std::string& sentence) override;
   void EndOpenLine() override;
   std::string_view OpenLine() const override { return openLine_; }
-  bool IsLost() const override { return lost_; }
+  bool IsLost() const override { return lost_ || hungUp_; }
 
+  // Before anything else: what the connection needs to be ready. False, with the end's reason, when it isn't
+  // by then.
+  bool Open(std::chrono::steady_clock::time_point until);
   // A line of the log-in, of at most `most` bytes, which must be there by `until`.
   engine::InputResult ReadLogInLine(std::string& line, std::size_t most,
                                     std::chrono::steady_clock::time_point until);
   // Ends the connection. What was printed still goes out, and behind it `why`, for the client to read; empty:
   // the session came to its own end. Does nothing when it is lost already. Doesn't fail.
   void Close(std::string_view why) noexcept;
+  // Behind the end, when nothing else is left to do: see Connection.
+  void AwaitHangUp() noexcept { connection_->AwaitHangUp(); }
   // Why the connection ended; empty while it hasn't.
   std::string_view EndReason() const { return endReason_; }
 
@@ -66,6 +71,8 @@ class LinePort final : public SessionPort {
                                std::chrono::steady_clock::time_point until);
   bool ReceiveMore(std::chrono::steady_clock::time_point until);
   bool SendAll(std::string_view bytes);
+  void RequireOpen();
+  bool IsOver();
   void Lose(std::string_view reason);
   void NoteOpenLine(std::string_view text, bool lineEnd);
 

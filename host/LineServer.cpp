@@ -27,7 +27,7 @@ namespace {
 
 constexpr int kBacklog = 512;
 constexpr std::chrono::seconds kAcceptPause{1};
-constexpr int kPauseLook = 200;  // milliseconds
+constexpr int kLookMilliseconds = 100;  // while something is to be done again
 // What epoll tells of: listeners by their place, the wake-up, sessions by their number from kFirstSession on.
 constexpr std::uint64_t kWakeUp = 100;
 constexpr std::uint64_t kFirstSession = 1000;
@@ -58,7 +58,7 @@ struct AddressList {
   explicit AddressList(const std::string& host, std::uint16_t port) {
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
-    hints.ai_flags = AI_PASSIVE | AI_ADDRCONFIG;
+    hints.ai_flags = AI_PASSIVE;
     const int error = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &first);
     if (error != 0) {
       throw EngineFailure(
@@ -110,25 +110,39 @@ bool IsLoopbackAddress(const sockaddr* address) {
   return ntohl(reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr) >> 24 == IN_LOOPBACKNET;
 }
 
-// A host may stand for several addresses; all of them get the same port.
+// 0, or why not.
+int TryListen(int socket, const addrinfo& address) {
+  if (socket < 0) return errno;
+  const int on = 1;
+  setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+  if (address.ai_family == AF_INET6) setsockopt(socket, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on);
+  const bool listens =
+      bind(socket, address.ai_addr, address.ai_addrlen) == 0 && listen(socket, kBacklog) == 0;
+  return listens ? 0 : errno;
+}
+
+// The machine doesn't have such an address; where a family is switched off, either is said.
+bool IsNotHere(int error) { return error == EAFNOSUPPORT || error == EADDRNOTAVAIL; }
+
+// A host may stand for several addresses; all of them get the same port. What isn't here is left out when
+// there is another.
 std::vector<Descriptor> Listen(const std::string& host, std::uint16_t port) {
   const AddressList addresses(host, port);
   std::vector<Descriptor> listeners;
+  int error = 0;
   for (const addrinfo* at = addresses.first; at != nullptr; at = at->ai_next) {
     Descriptor listener(socket(at->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    const int on = 1;
-    setsockopt(listener.Number(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    if (at->ai_family == AF_INET6) setsockopt(listener.Number(), IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on);
     SetPort(at->ai_addr, port);
-    if (bind(listener.Number(), at->ai_addr, at->ai_addrlen) != 0 ||
-        listen(listener.Number(), kBacklog) != 0) {
-      throw EngineFailure(
-          fmt::format("can't listen on {}:{}: {}", engine::ForeignText(host), port, SystemText(errno)));
-    }
+    error = TryListen(listener.Number(), *at);
+    if (IsNotHere(error)) continue;
+    if (error != 0) break;
     if (port == 0) port = static_cast<std::uint16_t>(std::stoi(LocalEndpoint(listener.Number()).port));
     listeners.push_back(std::move(listener));
   }
-  return listeners;
+  if (error == 0 || (IsNotHere(error) && !listeners.empty())) return listeners;
+  throw EngineFailure(fmt::format("can't listen on {}: {}",
+                                  Endpoint{engine::ForeignText(host), std::to_string(port)}.Text(),
+                                  SystemText(error)));
 }
 
 }  // namespace
@@ -144,27 +158,29 @@ struct LineServer::State {
     if (!settings.certificate.empty()) tls = std::make_unique<TlsServer>(settings.certificate, settings.key);
     address = LocalEndpoint(listeners.front().Number()).Text();
     Watch(wakeUp.Number(), EPOLLIN, kWakeUp);
-  }
-
-  void Watch(int descriptor, std::uint32_t what, std::uint64_t as) const {
-    epoll_event event{};
-    event.events = what;
-    event.data.u64 = as;
-    if (epoll_ctl(events.Number(), EPOLL_CTL_ADD, descriptor, &event) != 0)
-      throw EngineFailure(fmt::format("a connection can't be watched: {}", SystemText(errno)));
-  }
-  void WatchListeners() const {
     for (std::size_t place = 0; place < listeners.size(); ++place)
       Watch(listeners[place].Number(), EPOLLIN, place);
   }
-  void IgnoreListeners() const {
-    for (const Descriptor& listener : listeners)
-      epoll_ctl(events.Number(), EPOLL_CTL_DEL, listener.Number(), nullptr);
+
+  void Control(int operation, int descriptor, std::uint32_t what, std::uint64_t as) const {
+    epoll_event event{};
+    event.events = what;
+    event.data.u64 = as;
+    if (epoll_ctl(events.Number(), operation, descriptor, &event) != 0)
+      throw EngineFailure(fmt::format("a connection can't be watched: {}", SystemText(errno)));
+  }
+  void Watch(int descriptor, std::uint32_t what, std::uint64_t as) const {
+    Control(EPOLL_CTL_ADD, descriptor, what, as);
+  }
+  void WatchListeners(bool accepts) const {
+    for (std::size_t place = 0; place < listeners.size(); ++place)
+      Control(EPOLL_CTL_MOD, listeners[place].Number(), accepts ? std::uint32_t{EPOLLIN} : 0, place);
   }
 
   void Accept(int listener);
   void Open(Descriptor socket, const Endpoint& client);
-  void Refuse(int socket, const Endpoint& client, std::string_view why) const;
+  void Refuse(int socket, std::string_view why) const;
+  void LookAgain();
 
   LineServerSettings settings;
   ServerSessions& sessions;
@@ -175,6 +191,7 @@ struct LineServer::State {
   std::unique_ptr<TlsServer> tls;
   std::string address;
   std::optional<std::chrono::steady_clock::time_point> pausedUntil;  // nothing is accepted until then
+  std::vector<std::int64_t> hungUp;                                  // sessions that may still run
 };
 
 // Takes the connections that wait. When the system has no place for another, the listeners rest for a moment.
@@ -182,8 +199,7 @@ void LineServer::State::Accept(int listener) {
   for (;;) {
     sockaddr_storage client{};
     socklen_t length = sizeof client;
-    Descriptor socket(
-        accept4(listener, reinterpret_cast<sockaddr*>(&client), &length, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    Descriptor socket(accept4(listener, reinterpret_cast<sockaddr*>(&client), &length, SOCK_CLOEXEC));
     if (socket.Number() >= 0) {
       Open(std::move(socket), ReadEndpoint(client, length));
       continue;
@@ -192,37 +208,46 @@ void LineServer::State::Accept(int listener) {
     if (isDone) return;
     if (errno == EINTR || errno == ECONNABORTED) continue;
     LogEvent(fmt::format("no connection can be taken for a moment: {}", SystemText(errno)));
-    IgnoreListeners();
+    WatchListeners(/*accepts=*/false);
     pausedUntil = std::chrono::steady_clock::now() + kAcceptPause;
     return;
   }
 }
 
 void LineServer::State::Open(Descriptor socket, const Endpoint& client) {
-  const int number = socket.Number();
-  try {
-    if (const std::string why = sessions.RefusalFor(client.host); !why.empty())
-      return Refuse(number, client, why);
-    const std::int64_t session = sessions.TakeNumber();
+  const auto makeSession = [&](std::int64_t session) {
+    const int number = socket.Number();
     std::unique_ptr<Connection> connection =
         tls != nullptr ? tls->Accept(socket.Release()) : std::make_unique<Connection>(socket.Release());
     Watch(number, EPOLLRDHUP | EPOLLONESHOT, kFirstSession + static_cast<std::uint64_t>(session));
-    sessions.Open(
-        session,
-        std::make_shared<LineSession>(context, session, std::move(connection), client.host, client.Text()),
-        client.host);
+    return std::make_shared<LineSession>(context, session, std::move(connection), client.host, client.Text());
+  };
+  try {
+    const std::string why = sessions.Open(client.host, makeSession);
+    if (why.empty()) return;
+    if (socket.Number() >= 0) Refuse(socket.Number(), why);
+    LogEvent(fmt::format("connection from {} refused: {}", client.Text(), why));
   } catch (const std::exception& failure) {
-    LogEvent(fmt::format("connection from {} refused: {}", client.Text(), failure.what()));
+    LogEvent(fmt::format("connection from {} failed: {}", client.Text(), failure.what()));
   }
 }
 
 // Under TLS the client would have to make its handshake first to be told.
-void LineServer::State::Refuse(int socket, const Endpoint& client, std::string_view why) const {
-  LogEvent(fmt::format("connection from {} refused: {}", client.Text(), why));
+void LineServer::State::Refuse(int socket, std::string_view why) const {
   if (tls != nullptr) return;
   const std::string line = std::string(why) + "\r\n";
   send(socket, line.data(), line.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
   shutdown(socket, SHUT_WR);
+  // With bytes unread the line could be lost on its way.
+  std::array<char, 4096> dropped;
+  recv(socket, dropped.data(), dropped.size(), MSG_DONTWAIT);
+}
+
+void LineServer::State::LookAgain() {
+  std::erase_if(hungUp, [this](std::int64_t session) { return !sessions.EndNow(session); });
+  if (!pausedUntil || std::chrono::steady_clock::now() < *pausedUntil) return;
+  pausedUntil.reset();
+  WatchListeners(/*accepts=*/true);
 }
 
 LineServer::LineServer(engine::Home& home, Users& users, LogInDesk& desk, ServerSessions& sessions,
@@ -234,25 +259,21 @@ LineServer::~LineServer() = default;
 const std::string& LineServer::Address() const { return state_->address; }
 
 void LineServer::Run() {
-  state_->WatchListeners();
   std::array<epoll_event, 64> events{};
   for (;;) {
-    const int timeout = state_->pausedUntil ? kPauseLook : -1;
-    const int count =
-        epoll_wait(state_->events.Number(), events.data(), static_cast<int>(events.size()), timeout);
-    if (state_->pausedUntil && std::chrono::steady_clock::now() >= *state_->pausedUntil) {
-      state_->pausedUntil.reset();
-      state_->WatchListeners();
-    }
+    const bool looksAgain = state_->pausedUntil || !state_->hungUp.empty();
+    const int count = epoll_wait(state_->events.Number(), events.data(), static_cast<int>(events.size()),
+                                 looksAgain ? kLookMilliseconds : -1);
     for (int index = 0; index < count; ++index) {
       const std::uint64_t what = events[static_cast<std::size_t>(index)].data.u64;
-      if (what == kWakeUp) return state_->IgnoreListeners();
+      if (what == kWakeUp) return state_->listeners.clear();
       if (what >= kFirstSession) {
-        state_->sessions.EndNow(static_cast<std::int64_t>(what - kFirstSession));
+        state_->hungUp.push_back(static_cast<std::int64_t>(what - kFirstSession));
       } else if (!state_->pausedUntil) {
         state_->Accept(state_->listeners[what].Number());
       }
     }
+    state_->LookAgain();
   }
 }
 

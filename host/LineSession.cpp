@@ -15,7 +15,7 @@ constexpr std::size_t kLogInLineBytes = 1024;
 constexpr std::string_view kNoUsers =
     "This server has no users yet. Its operator adds one with: nvadmin user add NAME --account A,B";
 
-bool LooksLikeHttp(std::string_view line) { return line.find(" HTTP/1.") != std::string_view::npos; }
+bool LooksLikeHttp(std::string_view line) { return line.find(" HTTP/") != std::string_view::npos; }
 
 }  // namespace
 
@@ -44,15 +44,18 @@ void LineSession::Serve() noexcept {
   } catch (const std::exception&) {
     // There is no memory for a line of the log.
   }
+  port_.AwaitHangUp();
 }
 
 void LineSession::LogInAndRun() {
+  const auto until = std::chrono::steady_clock::now() + context_.logIn;
+  if (!port_.Open(until)) return;
   if (context_.users.IsEmpty()) return port_.Close(kNoUsers);
-  if (std::optional<LoggedIn> user = LogIn()) RunSentences(std::move(*user));
+  if (std::optional<LoggedIn> user = LogIn(until)) RunSentences(std::move(*user));
 }
 
-std::optional<LoggedIn> LineSession::LogIn() {
-  const auto until = std::chrono::steady_clock::now() + context_.logIn;
+std::optional<LoggedIn> LineSession::LogIn(std::chrono::steady_clock::time_point until) {
+  const auto isLate = [until] { return std::chrono::steady_clock::now() >= until; };
   std::string name;
   std::string password;
   std::string account;
@@ -64,13 +67,23 @@ std::optional<LoggedIn> LineSession::LogIn() {
     }
     if (!Ask("password: ", password, until) || !Ask("account: ", account, until)) return std::nullopt;
     std::optional<LoggedIn> user =
-        context_.desk.LogIn(name, password, account, host_, [this] { return port_.IsEnding(); });
-    if (user) return user;
-    Log("log-in refused");
+        context_.desk.LogIn(name, password, account, host_, [&] { return port_.IsEnding() || isLate(); });
+    if (user || port_.IsEnding()) return user;
+    if (isLate()) {
+      port_.Close("the log-in took too long");
+      return std::nullopt;
+    }
+    LogRefusal(name);
     port_.Write("Log-in refused: user, password or account is wrong.", /*lineEnd=*/true);
   }
   port_.Close("too many log-ins were refused");
   return std::nullopt;
+}
+
+// What isn't the name of a user may be a password typed too soon.
+void LineSession::LogRefusal(std::string_view name) const {
+  const std::optional<User> user = context_.users.Find(name);
+  Log(user ? fmt::format("log-in refused: user {}", user->name) : "log-in refused: no such user");
 }
 
 bool LineSession::Ask(std::string_view question, std::string& answer,
@@ -90,6 +103,7 @@ void LineSession::RunSentences(LoggedIn user) {
     Log(fmt::format("refused write: account {}, file {}, item '{}': {}", write.account, write.table, write.id,
                     write.reason));
   };
+  settings.onFailure = [this](std::string_view failure) { Log(fmt::format("failure: {}", failure)); };
   settings.prompts = true;
   settings.trace = context_.trace;
   TclSession session(context_.home, port_, std::move(settings));

@@ -36,13 +36,15 @@ class LineSession final : public ServedSession {
               std::string host, std::string from);
 
   void Serve() noexcept override;
+  void Refuse(std::string_view why) noexcept override { port_.Close(why); }
   void EndSoon() noexcept override;
   void EndNow() noexcept override;
 
  private:
   void LogInAndRun();
-  std::optional<LoggedIn> LogIn();
+  std::optional<LoggedIn> LogIn(std::chrono::steady_clock::time_point until);
   bool Ask(std::string_view question, std::string& answer, std::chrono::steady_clock::time_point until);
+  void LogRefusal(std::string_view name) const;
   void RunSentences(LoggedIn user);
   void Log(std::string_view event) const;
 

@@ -67,8 +67,9 @@ class QuietTerminal {
 };
 
 std::optional<std::string> AskAtTerminal(std::string_view prompt) {
-  fmt::print(stderr, "{}", prompt);
+  // Quiet before the question: who answers it at once would be seen, and lose what came before.
   const QuietTerminal terminal;
+  fmt::print(stderr, "{}", prompt);
   return terminal.ReadLine();
 }
 

@@ -3,7 +3,9 @@
 #include <pthread.h>
 #include <sys/resource.h>
 
+#include <charconv>
 #include <csignal>
+#include <optional>
 #include <thread>
 
 #include <fmt/format.h>
@@ -20,32 +22,26 @@ namespace {
 
 constexpr std::chrono::milliseconds kPatience{10'000};
 constexpr std::chrono::milliseconds kLastPatience{3'000};
-constexpr long kSignalLook = 50'000'000;  // nanoseconds
+constexpr std::chrono::milliseconds kLook{50};
 
-// The host and the port of "HOST:PORT" or "[HOST]:PORT".
 struct HostAndPort {
   std::string host;
   std::uint16_t port = 0;
 };
 
-HostAndPort ReadAddress(const std::string& text) {
+std::optional<HostAndPort> ReadAddress(const std::string& text) {
   const std::size_t colon = text.rfind(':');
+  if (colon == std::string::npos) return std::nullopt;
   std::string host = text.substr(0, colon);
-  const std::string digits = colon == std::string::npos ? "" : text.substr(colon + 1);
-  const bool isNumber =
-      !digits.empty() && digits.size() <= 5 && digits.find_first_not_of("0123456789") == std::string::npos;
-  const int port = isNumber ? std::stoi(digits) : -1;
   if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
-  if (host.empty() || port < 0 || port > 65'535) {
-    throw EngineFailure(fmt::format("'{}' is no address: write HOST:PORT, for instance 127.0.0.1:7023",
-                                    engine::ForeignText(text)));
-  }
-  return {host, static_cast<std::uint16_t>(port)};
+  std::uint16_t port = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data() + colon + 1, end, port);
+  if (host.empty() || error != std::errc() || stop != end) return std::nullopt;
+  return HostAndPort{host, port};
 }
 
 void RequireSafety(const ServeSettings& settings, const HostAndPort& address) {
-  if (settings.certificate.empty() != settings.key.empty())
-    throw EngineFailure("TLS needs both files: give --tls-cert and --tls-key");
   if (!settings.certificate.empty() || settings.insecure || IsLoopback(address.host)) return;
   throw EngineFailure(fmt::format(
       "{} can be reached from other machines, and passwords would travel in plain text: give --tls-cert and "
@@ -75,11 +71,14 @@ void EndSessions(ServerSessions& sessions, const sigset_t& signals) {
   sessions.EndAllSoon();
   const auto until = std::chrono::steady_clock::now() + kPatience;
   while (!sessions.WaitForAll(std::chrono::milliseconds(0)) && std::chrono::steady_clock::now() < until) {
-    const timespec look{0, kSignalLook};
+    const timespec look{0, std::chrono::nanoseconds(kLook).count()};
     if (sigtimedwait(&signals, nullptr, &look) > 0) break;
   }
-  sessions.EndAllNow();
-  if (sessions.WaitForAll(kLastPatience)) return;
+  const auto last = std::chrono::steady_clock::now() + kLastPatience;
+  while (std::chrono::steady_clock::now() < last) {
+    sessions.EndAllNow();
+    if (sessions.WaitForAll(kLook)) return;
+  }
   // What is answered is on disk, and the locks go with the program.
   LogEvent("ended with sessions that didn't stop");
   std::_Exit(static_cast<int>(ExitCode::kFailed));
@@ -87,9 +86,11 @@ void EndSessions(ServerSessions& sessions, const sigset_t& signals) {
 
 }  // namespace
 
+bool IsAddress(const std::string& text) { return ReadAddress(text).has_value(); }
+
 ExitCode Serve(engine::Home& home, const ServeSettings& settings,
                std::function<void(std::string_view line)> trace) {
-  const HostAndPort address = ReadAddress(settings.line);
+  const HostAndPort address = ReadAddress(settings.line).value();
   RequireSafety(settings, address);
   RaiseFileLimit();
   const sigset_t signals = BlockEndSignals();

@@ -23,7 +23,11 @@ struct ServeSettings {
   std::chrono::seconds logIn{60};
 };
 
-// Returns when a signal ended it (see RunServe). Fails, naming what can't be used.
+// Whether the text is a HOST:PORT as above.
+bool IsAddress(const std::string& text);
+
+// Requires an address, and neither or both of the PEM files. Returns when a signal ended it (see RunServe).
+// Fails, naming what can't be used.
 ExitCode Serve(engine::Home& home, const ServeSettings& settings,
                std::function<void(std::string_view line)> trace);
 

@@ -1,5 +1,5 @@
 // The log of a server, on standard error: one line an event, with its time. Holds no contents of items and no
-// passwords; control bytes are escaped.
+// passwords; control bytes are escaped, and what is longer than 1000 bytes is cut.
 #pragma once
 
 #include <string_view>

@@ -1,18 +1,26 @@
 #include "host/ServerSessions.h"
 
+#include <system_error>
+#include <utility>
+
 #include <fmt/format.h>
 
 namespace nvadmin::host {
 
+namespace {
+
+constexpr std::chrono::milliseconds kEndAgain{100};
+
+}  // namespace
+
 ServerSessions::~ServerSessions() {
-  EndAllNow();
-  WaitForAll(std::chrono::hours(24));
-  JoinOver();
+  do {
+    EndAllNow();
+  } while (!WaitForAll(kEndAgain));
+  if (lastEnded_.joinable()) lastEnded_.join();
 }
 
-std::string ServerSessions::RefusalFor(std::string_view address) {
-  JoinOver();
-  const std::lock_guard lock(mutex_);
+std::string ServerSessions::RefusalFor(std::string_view address) const {
   if (running_.size() >= limits_.all)
     return fmt::format("the server has as many sessions as it may have, {}: try again later", limits_.all);
   const auto here = perAddress_.find(address);
@@ -22,42 +30,53 @@ std::string ServerSessions::RefusalFor(std::string_view address) {
   return {};
 }
 
-void ServerSessions::Open(std::int64_t number, std::shared_ptr<ServedSession> session,
-                          std::string_view address) {
+std::string ServerSessions::Open(std::string_view address,
+                                 const std::function<std::shared_ptr<ServedSession>(std::int64_t)>& make) {
   const std::lock_guard lock(mutex_);
-  ServedSession& served = *session;
-  std::thread thread([this, number, &served] { Run(number, served); });
-  // The thread can't end before it gets the mutex.
-  running_.emplace(number, Running{std::move(session), std::string(address), std::move(thread)});
-  ++perAddress_[std::string(address)];
+  if (std::string refusal = RefusalFor(address); !refusal.empty()) return refusal;
+  const std::int64_t number = ++lastNumber_;
+  const std::shared_ptr<ServedSession> session = make(number);
+  std::size_t& here = perAddress_[std::string(address)];
+  const auto entry = running_.emplace(number, Running{session, std::string(address), {}}).first;
+  ++here;
+  try {
+    // It can't end before it gets the mutex.
+    entry->second.thread = std::thread([this, number, &served = *session] { Run(number, served); });
+    return {};
+  } catch (const std::system_error& failure) {
+    Forget(entry);
+    session->Refuse("the system has no place for another session: try again later");
+    return fmt::format("the system has no thread for it: {}", failure.code().message());
+  }
+}
+
+void ServerSessions::Forget(RunningSessions::iterator entry) {
+  const auto here = perAddress_.find(entry->second.address);
+  if (--here->second == 0) perAddress_.erase(here);
+  running_.erase(entry);
 }
 
 void ServerSessions::Run(std::int64_t number, ServedSession& session) {
   session.Serve();
   std::shared_ptr<ServedSession> last;  // goes when the mutex is free again
-  const std::lock_guard lock(mutex_);
-  const auto entry = running_.find(number);
-  last = std::move(entry->second.session);
-  over_.push_back(std::move(entry->second.thread));
-  const auto here = perAddress_.find(entry->second.address);
-  if (--here->second == 0) perAddress_.erase(here);
-  running_.erase(entry);
-  ended_.notify_all();
-}
-
-void ServerSessions::JoinOver() {
-  std::list<std::thread> over;
+  std::thread before;
   {
     const std::lock_guard lock(mutex_);
-    over.swap(over_);
+    const auto entry = running_.find(number);
+    last = std::move(entry->second.session);
+    before = std::exchange(lastEnded_, std::move(entry->second.thread));
+    Forget(entry);
+    ended_.notify_all();
   }
-  for (std::thread& thread : over) thread.join();
+  if (before.joinable()) before.join();
 }
 
-void ServerSessions::EndNow(std::int64_t number) noexcept {
+bool ServerSessions::EndNow(std::int64_t number) noexcept {
   const std::lock_guard lock(mutex_);
   const auto entry = running_.find(number);
-  if (entry != running_.end()) entry->second.session->EndNow();
+  if (entry == running_.end()) return false;
+  entry->second.session->EndNow();
+  return true;
 }
 
 void ServerSessions::EndAllSoon() {

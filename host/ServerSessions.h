@@ -2,12 +2,11 @@
 // Knows no sockets.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <list>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -22,12 +21,15 @@ struct SessionLimits {
   std::size_t perAddress = 200;
 };
 
-// One session. Serve runs on a thread of its own; the others may be called from any thread while it runs.
+// One session. Serve runs on a thread of its own; EndSoon and EndNow may be called from any thread while it
+// runs, also more than once.
 class ServedSession {
  public:
   virtual ~ServedSession() = default;
   // Returns when the session is over. Doesn't fail.
   virtual void Serve() noexcept = 0;
+  // Instead of Serve: tells the user why there is no session.
+  virtual void Refuse(std::string_view why) noexcept = 0;
   // Ends the session when it waits for its user, or as soon as what it is doing is done.
   virtual void EndSoon() noexcept = 0;
   // Ends it at once, a running statement included.
@@ -42,16 +44,18 @@ class ServerSessions {
   ServerSessions(const ServerSessions&) = delete;
   ServerSessions& operator=(const ServerSessions&) = delete;
 
-  // Why no session can be opened from this address now, for its user to read; empty when one can.
-  std::string RefusalFor(std::string_view address);
-  // A number for a session, from 1, never given twice.
-  std::int64_t TakeNumber() { return ++lastNumber_; }
-  // Starts the session. Requires that RefusalFor was empty. Fails when the system has no thread for it.
-  void Open(std::int64_t number, std::shared_ptr<ServedSession> session, std::string_view address);
-  // Ends a session at once; does nothing for one that is over.
-  void EndNow(std::int64_t number) noexcept;
+  // Starts the session that `make` gives for the session's number: from 1, none given twice. Answers why
+  // there can't be one from this address now, for its user to read, and empty when there is. Over a limit
+  // nothing is made; a session for which the system has no thread is refused. What `make` throws comes
+  // through.
+  std::string Open(std::string_view address,
+                   const std::function<std::shared_ptr<ServedSession>(std::int64_t number)>& make);
+  // Ends a session at once. An end that meets the session between two steps may be missed: call it again
+  // while it answers true, that the session still runs.
+  bool EndNow(std::int64_t number) noexcept;
 
   void EndAllSoon();
+  // As EndNow.
   void EndAllNow();
   // False when some are still running after that time.
   bool WaitForAll(std::chrono::milliseconds patience);
@@ -62,17 +66,20 @@ class ServerSessions {
     std::string address;
     std::thread thread;
   };
+  using RunningSessions = std::map<std::int64_t, Running>;
 
+  // Both require the mutex.
+  std::string RefusalFor(std::string_view address) const;
+  void Forget(RunningSessions::iterator entry);
   void Run(std::int64_t number, ServedSession& session);
-  void JoinOver();
 
   SessionLimits limits_;
   std::mutex mutex_;
   std::condition_variable ended_;
-  std::map<std::int64_t, Running> running_;
+  std::int64_t lastNumber_ = 0;
+  RunningSessions running_;
   std::map<std::string, std::size_t, std::less<>> perAddress_;
-  std::list<std::thread> over_;  // threads that only want to be joined
-  std::atomic<std::int64_t> lastNumber_ = 0;
+  std::thread lastEnded_;  // each session's thread joins the one that ended before it
 };
 
 }  // namespace nvadmin::host

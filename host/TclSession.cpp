@@ -69,7 +69,7 @@ ExitCode TclSession::Run() {
     bp_.emplace().CallBack(&*engine);
     account_ = engine->CurrentAccount();
   } catch (const std::exception& failure) {
-    Complain(failure.what());
+    settings_.onFailure ? settings_.onFailure(failure.what()) : Complain(failure.what());
     return ExitCode::kNoEntry;
   }
 
@@ -171,6 +171,7 @@ TclSession::Outcome TclSession::ServeSentence(engine::EngineSession& engine, std
     if (failureText.empty()) failureText = failure.what();
   }
   if (!failureText.empty() && !port_.IsLost()) {
+    if (settings_.onFailure) settings_.onFailure(failureText);
     // What failed may have left a form on the screen.
     if (port_.ShowsPages()) PrintLine("<TERMINAL>");
     PrintLine(failureText);

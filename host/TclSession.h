@@ -37,6 +37,9 @@ struct TclSettings {
   std::string from;
   std::function<bool(std::string_view account)> mayEnter;
   std::function<void(const engine::RefusedWrite&)> onRefusedWrite;
+  // Takes each failure that left the add-in or the engine, which the port shows too, and why a session
+  // couldn't begin, which it doesn't. Empty: the latter goes to standard error.
+  std::function<void(std::string_view failure)> onFailure;
   // The sentences to run, in UTF-8; without them the port is asked for sentences.
   std::optional<std::vector<std::string>> sentences;
   // A person types the sentences: prompts are shown, and failures don't count in the exit code.

@@ -18,7 +18,7 @@ using nvadmin::host::GivenSentences;
 constexpr char kVersion[] = "nvadmin " NVADMIN_VERSION;
 constexpr char kExitCodes[] =
     "Exit codes: 0 fine; 1 a sentence or command failed; 2 the command line is wrong; 3 lines were refused;\n"
-    "4 the home or account can't be opened.";
+    "4 the home or account can't be opened, or a server's address not be taken.";
 
 struct Given {
   CommandSettings settings;
@@ -141,14 +141,22 @@ void AddServeCommand(CLI::App& app, Given& given) {
   nvadmin::host::ServeSettings& settings = given.serve;
   serve->add_option("--line", settings.line, "The line server's address; port 0 takes one that is free")
       ->type_name("HOST:PORT")
+      ->check([](const std::string& text) {
+        return nvadmin::host::IsAddress(text) ? "" : "write HOST:PORT, for instance 127.0.0.1:7023";
+      })
       ->required();
-  serve->add_option("--tls-cert", settings.certificate, "Serve under TLS: the certificate chain, PEM")
-      ->type_name("FILE");
-  serve->add_option("--tls-key", settings.key, "Its private key, PEM")->type_name("FILE");
+  CLI::Option* certificate =
+      serve->add_option("--tls-cert", settings.certificate, "Serve under TLS: the certificate chain, PEM")
+          ->type_name("FILE");
+  CLI::Option* key = serve->add_option("--tls-key", settings.key, "Its private key, PEM")
+                         ->type_name("FILE")
+                         ->needs(certificate);
+  certificate->needs(key);
   serve->add_flag("--insecure", settings.insecure, "Allow plain text beyond this machine");
-  AddCount(*serve, "--max-line", settings.lineLimits.lineBytes, "Longest line that a client may send");
+  AddCount(*serve, "--max-line", settings.lineLimits.lineBytes,
+           "Longest line that a client may send, in bytes");
   AddCount(*serve, "--max-request", settings.lineLimits.requestBytes,
-           "Longest request, over all of its lines");
+           "Longest request over all of its lines, in bytes");
   AddSeconds(*serve, "--idle", settings.lineLimits.idle, "End a session that waits this long for a line");
   AddSeconds(*serve, "--stall", settings.lineLimits.stall,
              "End a session whose client takes nothing for this long");

@@ -5,8 +5,8 @@
 // type I an expression in 2 that serves as the correlative of the item ID, the rest as D. Items of another
 // type are no columns. A column is numeric, for comparing and sorting, when it is right-justified or its
 // conversion (D, MT, MD, ML and MR but for a mask alone) belongs to values that are stored as numbers. A word
-// is looked up as it stands, with "_" for ".", in capitals, and in both. Without a dictionary item A5 is attribute 5, and ID, @ID and 0 are
-// the item ID.
+// is looked up as it stands, with "_" for ".", in capitals, and in both. Without a dictionary item A5 is
+// attribute 5, and ID, @ID and 0 are the item ID.
 //
 // The value of a column is the stored one after its correlative and before its conversion. A correlative that
 // computes with attributes or columns (A, F) runs once over all values and pairs their positions; any other

@@ -6,6 +6,7 @@
 
 #include "engine/query/Text.h"
 #include "mv/Conversions.h"
+#include "mv/DynamicArray.h"
 
 namespace nvadmin::engine {
 namespace {
@@ -23,6 +24,18 @@ std::string ClauseOf(const Criterion& criterion) {
 std::string_view KindOf(std::string_view conversion) {
   if (conversion.starts_with('D') || conversion.starts_with('d')) return "date";
   return SameWord(conversion.substr(0, 2), "MT") ? "time" : "number";
+}
+
+// Why a literal can't be one for a column, and what to do: a code may show what it doesn't read, as the name
+// of a weekday.
+std::string RefuseLiteral(const Word& word, std::string_view field, std::string_view conversion) {
+  const std::string_view kind = KindOf(conversion);
+  std::string text = fmt::format("{} is no {} for {}", Placed(word), kind, field);
+  std::string stored;
+  const bool readsWhatItShows = mv::Iconv(mv::Oconv("0", conversion), conversion, stored);
+  if (!readsWhatItShows)
+    text += fmt::format(", which takes whole {}s; LIKE takes what the report shows", kind);
+  return text;
 }
 
 // Makes every skip go where the skip that it lands on would lead: it lands behind an operand, so on a skip or
@@ -53,6 +66,7 @@ bool Criteria::Compile(const Query& query, Columns& columns, std::string& error)
     test.op = criterion.op;
     if (!columns.Use(criterion.field.text, test.column)) {
       error = UnknownWord(criterion.field, ClauseOf(criterion), query);
+      if (criterion.behindConnective) error += "; a value behind AND and OR stands in quotes";
       return false;
     }
     test.definition = &columns[test.column];
@@ -104,9 +118,13 @@ bool Criteria::CompileLiteral(const Word& word, const Criterion& criterion, Test
   }
 
   const Column& column = *test.definition;
-  if (!text.empty() && !column.conversion.empty() && !mv::Iconv(text, column.conversion, literal.text)) {
-    error = fmt::format("{} at position {} is no {} for {}", Quoted(word.text), word.position,
-                        KindOf(column.conversion), criterion.field.text);
+  const bool isRead =
+      text.empty() || column.conversion.empty() || mv::Iconv(text, column.conversion, literal.text);
+  // Unquoted and without an operator before it, a word may be meant as one.
+  const bool isPlain = criterion.hasOperator || word.kind == WordKind::kQuoted || !column.numeric ||
+                       mv::IsNumeric(literal.text) || IsDigit(text.front());
+  if (!isRead || !isPlain) {
+    error = RefuseLiteral(word, criterion.field.text, column.conversion);
     return false;
   }
   if (isEquality && criterion.literalCount >= kLongList) {

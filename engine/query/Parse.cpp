@@ -116,7 +116,7 @@ class ClauseParser {
 
   bool ParseCriteria(const Word& lead, Quantifier quantifier);
   bool ParseCriterion(const Word& lead, Quantifier quantifier);
-  bool TakeField(Criterion& criterion);
+  bool TakeField(const Word& lead, Criterion& criterion);
   bool TakeConnective(const Word*& lead, Quantifier& quantifier);
   const QuantifierWord* TakeQuantifier();
   bool NextContinuesCriterion(const Word& lead) const;
@@ -417,7 +417,7 @@ bool ClauseParser::TakeConnective(const Word*& lead, Quantifier& quantifier) {
 
 bool ClauseParser::ParseCriterion(const Word& lead, Quantifier quantifier) {
   Criterion criterion;
-  criterion.lead = lead;
+  criterion.behindConnective = IsConnective(lead);
   criterion.quantifier = quantifier;
   criterion.firstLiteral = query_.literals.size();
   SkipThrowAwayWords();
@@ -427,7 +427,7 @@ bool ClauseParser::ParseCriterion(const Word& lead, Quantifier quantifier) {
     criterion.quantifier = before.quantifier;
     criterion.op = before.op == Operator::kNotEmpty ? Operator::kEqual : before.op;
   } else {
-    if (!TakeField(criterion)) return false;
+    if (!TakeField(lead, criterion)) return false;
     criterion.op = Operator::kEqual;
   }
 
@@ -442,18 +442,18 @@ bool ClauseParser::ParseCriterion(const Word& lead, Quantifier quantifier) {
 }
 
 // Takes the field of a criterion, and the quantifier before it.
-bool ClauseParser::TakeField(Criterion& criterion) {
-  const Word* lead = &criterion.lead;
+bool ClauseParser::TakeField(const Word& lead, Criterion& criterion) {
   if (const QuantifierWord* word = TakeQuantifier()) {
-    lead = &words_[at_ - 1];
+    const Word& quantifier = words_[at_ - 1];
     if (criterion.quantifier != Quantifier::kAny) {
-      return Refuse(fmt::format("{} can't stand behind WITHOUT", Placed(*lead)));
+      return Refuse(fmt::format("{} can't stand behind WITHOUT", Placed(quantifier)));
     }
     criterion.quantifier = word->quantifier;
+    return TakeNamed(quantifier, "a field", criterion.field);
   }
-  if (!TakeNamed(*lead, "a field", criterion.field)) return false;
+  if (!TakeNamed(lead, "a field", criterion.field)) return false;
   std::size_t at = at_;
-  if (!IsConnective(*lead) || !IsNumber(criterion.field) || FindOperator(at) != nullptr) return true;
+  if (!IsConnective(lead) || !IsNumber(criterion.field) || FindOperator(at) != nullptr) return true;
   return Refuse(fmt::format("{} could be a value or a column; put it in quotes if it is the value",
                             Placed(criterion.field)));
 }

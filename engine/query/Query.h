@@ -46,8 +46,8 @@ enum class Operator {
 enum class Quantifier { kAny, kEvery, kNone };
 
 struct Criterion {
-  Word lead;  // WITH, AND ...: what it stands behind
   Word field;
+  bool behindConnective = false;  // directly behind AND or OR
   bool hasOperator = false;
   Quantifier quantifier = Quantifier::kAny;
   Operator op = Operator::kNotEmpty;
@@ -72,7 +72,10 @@ struct SortField {
 struct Outcome {
   Word saved;  // the column whose values are the keys; empty: the item IDs
   bool unique = false;
-  std::size_t most = 0;  // of SAMPLE, items (or exploded values); 0: all
+  std::size_t most = 0;  // of SAMPLE, keys; 0: all
+
+  // So many items (or exploded values) give them; under SAVING one may give none or several.
+  std::size_t MostItems() const { return saved.text.empty() ? most : 0; }
 };
 
 struct Query {

@@ -9,17 +9,27 @@ namespace {
 // So many items are read at once: few enough to hold large ones, enough to make a server's round trip cheap.
 constexpr std::size_t kItemsPerBatch = 200;
 
-void RetrieveKeys(Store& store, TableHandle table, std::span<const std::string_view> ids,
-                  const Columns& columns, const RowVisitor& visit) {
-  Row row(columns);
-  if (!columns.NeedsItem()) {
-    for (const std::string_view id : ids) {
+// Of items of which nothing but their IDs is needed.
+void RetrieveIds(Store& store, TableHandle table, const KeySource& source, Row& row,
+                 const RowVisitor& visit) {
+  std::vector<std::string_view> batch;
+  for (std::span<const std::string_view> rest = source.ids; !rest.empty();) {
+    const std::span<const std::string_view> next = rest.first(std::min(kItemsPerBatch, rest.size()));
+    rest = rest.subspan(next.size());
+    batch.assign(next.begin(), next.end());
+    if (!source.keepsMissing) store.LeaveOutMissing(table, batch);
+    for (const std::string_view id : batch) {
       row.EnterScanned(id, {});
       if (!visit(row)) return;
     }
-    return;
   }
-  ReadItems(store, table, ids, [&](std::string_view id, const BatchItem& item) {
+}
+
+void RetrieveKeys(Store& store, TableHandle table, const KeySource& source, const Columns& columns,
+                  const RowVisitor& visit) {
+  Row row(columns);
+  if (!columns.NeedsItem()) return RetrieveIds(store, table, source, row, visit);
+  ReadItems(store, table, source.ids, [&](std::string_view id, const BatchItem& item) {
     if (!item.found) return true;
     row.EnterWhole(id, item.item);
     return visit(row);
@@ -40,6 +50,7 @@ std::vector<std::string_view> KeysInList(const ResultGrid& list) {
 KeySource FindKeys(const Query& query, const ResultGrid* activeList) {
   KeySource source;
   source.isWholeFile = query.ids.empty() && activeList == nullptr;
+  source.keepsMissing = query.ids.empty() && query.verb->answer == Answer::kSelected;
   if (activeList != nullptr) source.ids = KeysInList(*activeList);
   if (query.ids.empty()) return source;
   if (activeList == nullptr) {
@@ -55,7 +66,7 @@ KeySource FindKeys(const Query& query, const ResultGrid* activeList) {
 void Retrieve(Store& store, TableHandle table, const KeySource& source, const Columns& columns,
               const PushedConditions& conditions, const RowVisitor& visit) {
   if (!source.isWholeFile) {
-    RetrieveKeys(store, table, source.ids, columns, visit);
+    RetrieveKeys(store, table, source, columns, visit);
     return;
   }
   Row row(columns);

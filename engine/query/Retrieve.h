@@ -1,7 +1,8 @@
 // Which items a query looks at, and the walk over them.
 // A query over the whole file scans it, and the store hands out just the attributes that the columns need. A
-// query over known keys reads their items in batches; if nothing of the items is needed, it reads nothing and
-// keeps every key, also one without an item.
+// query over known keys reads their items in batches, or just asks for them if nothing of the items is
+// needed, and leaves out keys without an item. Only a select of a whole list that needs nothing of its items
+// keeps every key unasked.
 #pragma once
 
 #include <functional>
@@ -20,6 +21,7 @@ namespace nvadmin::engine {
 struct KeySource {
   bool isWholeFile = true;
   std::vector<std::string_view> ids;  // otherwise, in order; views of the sentence or the active list
+  bool keepsMissing = false;          // where nothing of the items is needed
 };
 
 // Column 0 of a list; views of it.

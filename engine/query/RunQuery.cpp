@@ -54,17 +54,22 @@ class ResultWriter {
   // False when that was the last one wanted.
   bool Append(std::string_view result) {
     if (outcome_.saved.text.empty()) {
-      found_.AppendCell(result);
+      Put(result);
     } else {
       ForEachKey(result, [this](std::string_view value) {
-        if (outcome_.unique && !seen_.emplace(value).second) return;
-        found_.AppendCell(value);
+        if (WantsMore() && (!outcome_.unique || seen_.emplace(value).second)) Put(value);
       });
     }
-    return ++count_ != outcome_.most;
+    return WantsMore();
   }
 
  private:
+  bool WantsMore() const { return outcome_.most == 0 || count_ < outcome_.most; }
+  void Put(std::string_view key) {
+    found_.AppendCell(key);
+    ++count_;
+  }
+
   const Outcome& outcome_;
   ResultGrid& found_;
   std::size_t count_ = 0;
@@ -90,7 +95,7 @@ bool SelectItems(const Query& query, Store& store, TableHandle table, Dictionary
     return true;
   };
   Retrieve(store, table, source, columns, criteria.Conditions(), sort.IsNeeded() ? keep : write);
-  sort.Write(query.outcome.most, [&writer](std::string_view result) { return writer.Append(result); });
+  sort.Write(query.outcome.MostItems(), [&writer](std::string_view result) { return writer.Append(result); });
   return true;
 }
 

@@ -74,7 +74,7 @@ std::optional<ScanOrder> SortKeys::MakeOrder(const Query& query, const Columns& 
       order.keys.push_back({column.attribute, field.numeric, field.descending});
   }
   order.last = last_;
-  order.most = query.outcome.most;
+  order.most = query.outcome.MostItems();
   return order;
 }
 

@@ -33,8 +33,8 @@ class SortKeys {
   // `error` names it and its position.
   bool Compile(const Query& query, Columns& columns, Dictionary& dictionary, std::string& error);
 
-  // The order for a store that sorts, of which SAMPLE counts the results; null when only the engine can sort,
-  // or nothing is to be sorted.
+  // The order for a store that sorts, of which SAMPLE counts the results (but under SAVING); null when only
+  // the engine can sort, or nothing is to be sorted.
   const ScanOrder* OrderForStore() const { return order_ ? &*order_ : nullptr; }
   // What the columns need that were in use before the sort fields, and SAVING.
   const Projection& NeededBeside() const { return neededBeside_; }

@@ -175,7 +175,7 @@ ItemTables::OpenedTable& ItemTables::Use(TableHandle table) {
   return opened;
 }
 
-std::string ItemTables::NoSuchTable(std::string_view name) const {
+std::string ItemTables::NoSuchTable(std::string_view name) {
   return fmt::format("there is no table {} in account {}", name, account_);
 }
 
@@ -344,6 +344,13 @@ void ItemTables::ReadBatch(TableHandle table, std::span<const std::string_view> 
   const ReadTransaction transaction(*this);
   items.resize(ids.size());
   for (std::size_t at = 0; at < ids.size(); ++at) items[at].found = Read(table, ids[at], items[at].item);
+}
+
+void ItemTables::LeaveOutMissing(TableHandle table, std::vector<std::string_view>& ids) {
+  const ReadTransaction transaction(*this);
+  std::string nothing;
+  std::erase_if(ids,
+                [&](std::string_view id) { return !ReadAttribute(table, id, /*attribute=*/0, nothing); });
 }
 
 // ---- Scans

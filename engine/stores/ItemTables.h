@@ -39,6 +39,7 @@ class ItemTables : public Store {
                      std::string& value) override;
   void ReadBatch(TableHandle table, std::span<const std::string_view> ids,
                  std::vector<BatchItem>& items) override;
+  void LeaveOutMissing(TableHandle table, std::vector<std::string_view>& ids) override;
   void Scan(TableHandle table, const Projection& projection, const ScanVisitor& visitor) override;
   bool ScanInOrder(TableHandle table, const Projection& projection, const ScanOrder& order,
                    const ScanVisitor& visitor) override;
@@ -93,7 +94,8 @@ class ItemTables : public Store {
   // True when the schema isn't the one that descriptions and statements belong to; they are then forgotten.
   bool SchemaChanged();
   void ForgetTables();
-  std::string NoSuchTable(std::string_view name) const;
+  // Why a name opens no table.
+  virtual std::string NoSuchTable(std::string_view name);
   // Whether a new file can have that name.
   static bool IsFileName(std::string_view name, std::string& error);
 

@@ -48,7 +48,7 @@ NativeStore::NativeStore(const std::filesystem::path& file, std::string_view acc
                   .longestItem = kLongestItem,
                   .makeCatalogue = kMakeCatalogue}),
       findByKey_(Connection(), "SELECT number, name FROM files WHERE key = ?1"),
-      findByMapped_(Connection(), "SELECT key, name FROM files WHERE mapped = ?1 LIMIT 2"),
+      findByMapped_(Connection(), "SELECT key, name FROM files WHERE mapped = ?1 ORDER BY name LIMIT 2"),
       listFiles_(Connection(), "SELECT key, name FROM files ORDER BY name"),
       insert_(Connection(), "INSERT INTO files (name, key, mapped) VALUES (?1, ?2, ?3) RETURNING number"),
       erase_(Connection(), "DELETE FROM files WHERE number = ?1") {}
@@ -64,29 +64,42 @@ bool NativeStore::FindByKey(std::string_view key, CataloguedFile& file) {
   return true;
 }
 
-// The name itself, and the one file of which it is the mapped form. A file that is there under its own name
-// never has the dictionary of another.
-std::vector<ItemTables::TableKey> NativeStore::KeysOf(std::string_view name) {
-  const NativeName read = ReadNativeName(name);
-  std::vector<TableKey> keys = {{read.Key(), read.Shown()}};
-  const bool mayBeMapped = read.dictionaryOf <= 2 && MapTableName(read.owner) == read.owner;
+// The files of which a name is the mapped form, two at most. A file that is there under its own name never
+// has the dictionary of another.
+std::vector<ItemTables::TableKey> NativeStore::FindMapped(const NativeName& read) {
+  const std::string folded = FoldTableName(read.owner);
+  const bool mayBeMapped = read.dictionaryOf <= 2 && MapTableName(read.owner) == folded;
   CataloguedFile owner;
-  if (!mayBeMapped || FindByKey(FoldTableName(read.owner), owner)) return keys;
+  if (!mayBeMapped || FindByKey(folded, owner)) return {};
 
   // The dictionary of a dictionary isn't in the catalogue: it follows from the dictionary.
   const bool isBuiltIn = read.dictionaryOf == 2;
-  const std::string mapped = read.owner + (read.dictionaryOf > 0 ? "_dict" : "");
+  const std::string mapped = folded + (read.dictionaryOf > 0 ? "_dict" : "");
   const ResetAtEnd reset(findByMapped_);
   findByMapped_.BindBlob(1, mapped);
-  if (!findByMapped_.Step()) return keys;
-  TableKey found;
-  found.key = StoredColumn(findByMapped_.Handle(), 0).bytes;
-  found.shown = StoredColumn(findByMapped_.Handle(), 1).bytes;
-  const bool isAmbiguous = findByMapped_.Step();
-  if (isAmbiguous) return keys;
-  if (isBuiltIn) found = {std::string(kDictionaryKey) + found.key, "DICT " + found.shown};
-  if (found.key != keys[0].key) keys.push_back(std::move(found));
+  std::vector<TableKey> found;
+  while (findByMapped_.Step()) {
+    TableKey& file = found.emplace_back();
+    file.key = StoredColumn(findByMapped_.Handle(), 0).bytes;
+    file.shown = StoredColumn(findByMapped_.Handle(), 1).bytes;
+    if (isBuiltIn) file = {std::string(kDictionaryKey) + file.key, "DICT " + file.shown};
+  }
+  return found;
+}
+
+// The name itself, and the one file of which it is the mapped form.
+std::vector<ItemTables::TableKey> NativeStore::KeysOf(std::string_view name) {
+  const NativeName read = ReadNativeName(name);
+  std::vector<TableKey> keys = {{read.Key(), read.Shown()}};
+  std::vector<TableKey> mapped = FindMapped(read);
+  if (mapped.size() == 1 && mapped[0].key != keys[0].key) keys.push_back(std::move(mapped[0]));
   return keys;
+}
+
+std::string NativeStore::NoSuchTable(std::string_view name) {
+  const std::vector<TableKey> mapped = FindMapped(ReadNativeName(name));
+  if (mapped.size() < 2) return ItemTables::NoSuchTable(name);
+  return fmt::format("{} could be {} or {}", name, mapped[0].shown, mapped[1].shown);
 }
 
 bool NativeStore::FindTable(const std::string& key, FoundTable& found) {

@@ -4,10 +4,10 @@
 // keeps no two apart. The items of a file lie whole, byte for byte, in a table whose name is made of a number
 // that is never used again, so no file name reaches SQL. Nothing limits attributes, texts or item IDs.
 //
-// A file is also found under the name that it would have in a relational account (my_file_1, customers_dict),
-// unless that is a file's own name or could mean several: an add-in whose account changed under it goes on
-// asking so. For the same reason the CREATE TABLE and DROP TABLE of a file are taken, of whatever layout; all
-// other SQL is refused.
+// A file is also found under the name that it would have in a relational account (my_file_1, customers_dict,
+// in any letters), unless that is a file's own name or could mean several: an add-in whose account changed
+// under it goes on asking so. For the same reason the CREATE TABLE and DROP TABLE of a file are taken, of
+// whatever layout; all other SQL is refused.
 #pragma once
 
 #include <filesystem>
@@ -41,7 +41,9 @@ class NativeStore final : public ItemTables {
     std::string Table() const;
   };
 
+  std::vector<TableKey> FindMapped(const NativeName& read);
   std::vector<TableKey> KeysOf(std::string_view name) override;
+  std::string NoSuchTable(std::string_view name) override;
   bool FindTable(const std::string& key, FoundTable& found) override;
   bool MakeTable(const NewTable& table, std::string& error) override;
   bool DropIfThere(std::string_view candidate, bool& isThere, std::string& error) override;

@@ -135,6 +135,8 @@ class Store {
   // a server.
   virtual void ReadBatch(TableHandle table, std::span<const std::string_view> ids,
                          std::vector<BatchItem>& items) = 0;
+  // Takes the item IDs that have no item out of `ids`: as ReadBatch, without reading the items.
+  virtual void LeaveOutMissing(TableHandle table, std::vector<std::string_view>& ids) = 0;
   // Every item once, in byte order of the keys (a key declared as a number by hand: in order of the numbers),
   // as they were when the scan began; of what the visitor itself writes nothing, or the new state, may be
   // seen. A visitor that writes has the caller open the write transaction before the scan: during one it

@@ -283,6 +283,17 @@ TEST_F(Lists, TheGridFailsOutsideAndEmptiesWithAFailedQuery) {
   EXPECT_THROW(anna.GetResultCell(0, 1), EngineFailure);
 }
 
+TEST_F(Lists, AnErrorInsideATypedSentenceIsKeptForThePrompt) {
+  anna.BeginTypedSentence("LIST NOWHERE");
+  EXPECT_EQ(anna.ExecuteSentence("LIST NOWHERE"), "ERROR");
+  const std::string error = anna.GetErrorDetail();
+  EXPECT_NE(anna.ExecuteSentence("WHO"), "ERROR");
+  EXPECT_EQ(anna.TypedSentenceError(), error);
+  anna.EndTypedSentence();
+  anna.BeginTypedSentence("WHO");
+  EXPECT_EQ(anna.TypedSentenceError(), "");
+}
+
 class Walk : public Lists {
  public:
   Walk() {
@@ -328,6 +339,7 @@ TEST_F(Walk, GivesEveryItemOfTheListInItsOrder) {
 // What was read ahead is served even after another session has changed it, but not across a wait, a sentence
 // or a write.
 TEST_F(Walk, ReadsAheadUntilSomethingMayHaveChanged) {
+  const std::string other = Open(anna, "OTHER");
   std::string line;
   const std::function<void()> drops[] = {
       [&] { anna.ReadInput(line, -1, true, -1.0F); },
@@ -341,6 +353,7 @@ TEST_F(Walk, ReadsAheadUntilSomethingMayHaveChanged) {
     Item(row + 1);
     BenChanges(row + 2);
     BenChanges(row + 3);
+    EXPECT_FALSE(anna.ReadItem(line, other, "120"));
     EXPECT_TRUE(Item(row + 2).ends_with("=old")) << "was read ahead";
     EXPECT_TRUE(anna.ReadItemLocked(line, file, anna.GetResultCell(0, row + 2)));
     EXPECT_EQ(line, "new") << "a locked read is never served from what was read ahead";

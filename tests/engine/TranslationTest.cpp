@@ -1,12 +1,10 @@
-// File translation through a session: what is remembered of it, for how long, and that it ends.
-#include <algorithm>
+// File translation through a session: what is remembered of it, and for how long.
 #include <map>
 
 #include "engine/TranslationMemory.h"
 #include "mv/Conversions.h"
 #include "mv/EngineHooks.h"
 #include "tests/engine/Workshop.h"
-#include "tests/mv/Notation.h"
 
 namespace nvadmin::engine {
 namespace {
@@ -123,44 +121,6 @@ TEST_P(Translation, SeesForeignChangesBehindAWait) {
     EXPECT_TRUE(anna.DeleteItem(towns, "new"));
     anna.WriteOutput("", true);
   }
-}
-
-// Criteria and sort keys compute with the hook too, so what it remembers serves them.
-TEST_P(Translation, QueriesComputeThroughTheHook) {
-  Do("CREATE-FILE VISITS 4");
-  const std::string visits = Open(ben, "VISITS");
-  const std::string words = Open(ben, "DICT VISITS");
-  ASSERT_TRUE(ben.WriteItem(mv::Bytes("S^1^Town^^^^^TTOWNS;X;;1^L^10"), words, "TOWN"));
-  ASSERT_TRUE(ben.WriteItem(mv::Bytes("S^1^Town^^^^^A;1(TTOWNS;X;;1)^L^10"), words, "TOWN.A"));
-  for (int visit = 0; visit < 300; ++visit)
-    ASSERT_TRUE(ben.WriteItem(visit % 3 == 0 ? "2" : "1", visits, std::to_string(visit)));
-  ben.WriteOutput("", true);
-
-  int asked = 0;
-  mv::Hooks().readItem = [&asked, hook = mv::Hooks().readItem](auto file, auto id, auto& item) {
-    ++asked;
-    return hook(file, id, item);
-  };
-  for (const auto& [criterion, found] :
-       {std::pair("TOWN = 'Leeds'", 200), {"TOWN.A = 'Leeds' BY TOWN", 200}, {"TOWN = ''", 100}}) {
-    ben.ExecuteSentence(std::string("SELECT VISITS WITH ") + criterion);
-    EXPECT_EQ(ben.GetResultBound(2), found) << criterion;
-  }
-  EXPECT_GE(asked, 900);
-}
-
-TEST_P(Translation, LongChainsEnd) {
-  EXPECT_TRUE(anna.WriteItem("2", towns, "1"));
-  EXPECT_TRUE(anna.WriteItem("1", towns, "2"));
-  anna.WriteOutput("", true);
-  const auto chain = [](int codes) {
-    std::string text = "TTOWNS;V;;1";
-    for (int code = 1; code < codes; ++code) text += "\xFDTTOWNS;V;;1";
-    return text;
-  };
-  EXPECT_EQ(mv::Oconv("1", chain(999)), "2") << "a fair chain is refused";
-  EXPECT_EQ(mv::Oconv("1", chain(200'000)), mv::kInconvertible);
-  EXPECT_EQ(mv::Oconv("1", "TTOWNS;V;;1"), "2") << "a failed conversion spoils the next";
 }
 
 }  // namespace

@@ -151,6 +151,14 @@ TEST(LinePort, EndsTable) {
     other.join();
     EXPECT_EQ(line->EndReason(), byServer ? "the server ends" : "the client hung up");
   }
+  for (const bool byServer : {true, false}) {
+    Line line;
+    line.Send("first\nsecond\n");
+    EXPECT_EQ(line->ReadLine(text, -1, true), InputResult::kLine);
+    byServer ? line->EndSoon() : line->HangUp();
+    EXPECT_EQ(line->ReadLine(text, -1, true), InputResult::kLost) << "nobody waits for the second's answer";
+    EXPECT_EQ(line.Received(), byServer ? "the server ends\r\n" : "");
+  }
   {
     Line line;
     line.Send("\x16\x03\x01");

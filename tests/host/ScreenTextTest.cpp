@@ -70,6 +70,14 @@ TEST(ScreenText, ShowsTextAndKeepsTheOpenLine) {
   }
 }
 
+TEST(ScreenText, OpenLineGrowsPieceByPiece) {
+  ScreenText screen(/*hasCursor=*/false);
+  for (std::string_view piece : {"na", "me", ": "}) Shown(screen, piece);
+  EXPECT_EQ(screen.OpenLine(), "name: ");
+  screen.CloseLine();
+  EXPECT_EQ(screen.OpenLine(), "");
+}
+
 TEST(ScreenText, TurnsItsOwnCursorStringsIntoControl) {
   ScreenText screen(/*hasCursor=*/true);
   const auto at = [&screen](int column, int row) { return screen.CursorString(column, row); };

@@ -48,6 +48,8 @@ TEST(Robustness, WildCodesEnd) {
       {"base of a number without end", std::string(1 << 20, '9'), "MX", "####"},
       {"bases over and over", nines, "F;1" + Repeat(";P;(MX);^", 20000), "####"},
       {"chain over a long text", std::string(1 << 20, 'a'), Repeat("MCC;a;b\xFDMCC;b;a\xFD", 5000), "####"},
+      {"fair chain refused", "1", Repeat("TF;C;;1\xFD", 999), "1"},
+      {"chain without end", "1", Repeat("TF;C;;1\xFD", 200'000), "####"},
       {"group numbers overflow", "a*b", "G99999999999999999999*1", ""},
       {"text numbers overflow", "abc", "T99999999999999999999,99999999999999999999", ""},
       {"length overflows", "abc", "L99999999999999999999", "abc"},

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 
-#include "tests/support/Golden.h"
 #include "tests/support/ScriptedSession.h"
 
 namespace nvadmin::test {
@@ -30,9 +29,13 @@ class QueryListings : public ScriptedSession {
   static constexpr std::string_view kEndPrompt = "******  end of query, press (CR) to return to TCL  ******:";
 };
 
-TEST_F(QueryListings, BlocksAndContinuedLines) {
-  engine.Type({"", ""});
-  ExpectGolden("queries/golden/listing.txt", List(9, 3));
+TEST_F(QueryListings, AScreenOfBlocks) {
+  engine.Type({""});
+  std::string want =
+      "[CLEAR]select * from t{CRLF}\n$\n    ID1$\n001 r1c1$\n002 r1c2$\n$\n"
+      "    ID2$\n001 r2c1$\n002 r2c2$\n$\n";
+  for (int line = 10; line < 22; ++line) want += "$\n";
+  EXPECT_EQ(List(2, 2), want + "{CRLF}\n" + std::string(kEndPrompt) + "[IN ]\n");
 }
 
 // What each screen holds: its lines above the prompt's own, and how it ends: B before a block, C in a cut
@@ -76,11 +79,12 @@ TEST_F(QueryListings, LineCounterTable) {
   }
 }
 
-TEST_F(QueryListings, ColumnNumbersHaveThreeDigits) {
+TEST_F(QueryListings, ColumnNumbersHaveThreeDigitsAndBlocksGoOn) {
   for (int page = 0; page < 60; ++page) engine.Type({""});
   const std::string screen = List(1002, 1);
-  for (std::string_view line : {"\n010 r1c10$\n", "\n999 r1c999$\n000 r1c1000$\n",
-                                "[CLEAR]    (ID1 ... continued ... )$\n020 r1c20$\n"}) {
+  const std::string cut = "\n019 r1c19$\n{CRLF}\n" + std::string(kCutPrompt);
+  for (const std::string& line : {std::string("\n010 r1c10$\n"), std::string("\n999 r1c999$\n000 r1c1000$\n"),
+                                  cut + "[IN ]\n[CLEAR]    (ID1 ... continued ... )$\n020 r1c20$\n"}) {
     EXPECT_NE(screen.find(line), std::string::npos) << line;
   }
 }

@@ -68,6 +68,10 @@ class MemoryStore : public Store {
     items.assign(ids.size(), {});
     for (std::size_t at = 0; at < ids.size(); ++at) items[at].found = Read(table, ids[at], items[at].item);
   }
+  void LeaveOutMissing(TableHandle table, std::vector<std::string_view>& ids) override {
+    const Items& items = files_[static_cast<std::size_t>(table)].items;
+    std::erase_if(ids, [&items](std::string_view id) { return !items.contains(id); });
+  }
   void Scan(TableHandle table, const Projection& projection, const ScanVisitor& visitor) override {
     const File& file = files_[static_cast<std::size_t>(table)];
     if (!file.name.starts_with("DICT ")) {

@@ -205,7 +205,7 @@ TEST_F(PushDownTest, ChangesNoAnswer) {
     }
   }
   EXPECT_LT(telling.scanned, silent.scanned * 9 / 10) << "the store left nothing out";
-  EXPECT_GT(telling.sorted, kRounds * kSentencesARound / 15) << "the store sorted nothing";
+  EXPECT_GT(telling.sorted, kRounds * kSentencesARound / 25) << "the store sorted nothing";
 }
 
 TEST_F(PushDownTest, LeavesTheRestToTheStore) {
@@ -231,7 +231,8 @@ TEST_F(PushDownTest, LeavesTheRestToTheStore) {
       {"WITH A77 = 'x' OR A77 > ''", 0},
       {"WITH A77 < 'x'", 100},
       {"BY NAME BY-DSND AMOUNT SAMPLE 7", 7},
-      {"BY PRICE SAVING NAME SAMPLE 40", 40},
+      {"BY PRICE SAMPLE 40", 40},
+      {"BY PRICE SAVING NAME SAMPLE 40", 100},
       {"BY NAME SAMPLE 41", 100},
       {"BY BOTH SAMPLE 3", 100},
       {"BY-EXP NAME SAMPLE 3", 100},

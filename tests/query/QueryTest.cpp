@@ -110,7 +110,8 @@ TEST_F(QueryTest, FindsTheKeysOfASentence) {
       {"SSELECT CUSTOMERS 'C3' 'C10' 'C2'", "C10 C2 C3"},
       {"LIST CUSTOMERS NAME 'C3' CITY 'C1'", "C3 C1"},
       {"SELECT CUSTOMERS BY NAME 'C3' 'C10'", "C10 C3"},
-      {"SELECT CUSTOMERS 'C3' 'NONE' WITH @ID # 'C3'", "NONE"},
+      {"SELECT CUSTOMERS 'C3' 'NONE' WITH @ID # 'C1'", "C3"},
+      {"COUNT CUSTOMERS 'NONE' WITH @ID = 'NONE'", ""},
       {"SELECT CUSTOMERS 'C3' 'NONE' WITH CITY # ''", "C3"},
       // Operators and their words; case counts.
       {"SELECT CUSTOMERS WITH CITY='Leeds'", "C1 C2"},
@@ -189,6 +190,7 @@ TEST_F(QueryTest, FindsTheKeysOfASentence) {
       {"SSELECT CUSTOMERS BY-DSND NAME SAVING UNIQUE OF CITY", "Leeds Leeds Spa leeds York"},
       {"SELECT CUSTOMERS SAVING PHONES WITH CITY 'Leeds'", "555-1 555-2 777-1"},
       {"SELECT CUSTOMERS SAVING UNIQUE CODE SAMPLE 2", "SM AN"},
+      {"SELECT CUSTOMERS BY CITY SAVING PHONES SAMPLE 3", "555-1 555-2 777-1"},
       {"SSELECT ORDERS BY-EXP-DSND PRICE SAVING PRICE SAMPLE 3", "5000 200 100"},
       {"SSELECT CUSTOMERS SAVING UNIQUE @ID", "C1 C10 C2 C3 C4"},
       {"SELECT CUSTOMERS 'C4' 'C2' 'GONE' SAVING CITY", "Leeds Spa Leeds"},
@@ -281,7 +283,7 @@ TEST_F(QueryTest, RefusesByNameAndPosition) {
       {"LIST ORDERS WITH QTY much", "'much' at position 22 is no number for QTY"},
       {"LIST ORDERS WITH TOTAL = 5 OR 7", "'7' at position 31 could be a value or a column"},
       {"LIST CUSTOMERS WITH CITY = York OR Leeds",
-       "LIST DICT CUSTOMERS shows the file's words; a value behind 'OR' stands in quotes"},
+       "LIST DICT CUSTOMERS shows the file's words; a value behind AND and OR stands in"},
       {"LIST CUSTOMERS WITH CITY = Leeds A", "'A' at position 34 could be a value or a word without meaning"},
       {"LIST CUSTOMERS WITH (NAME = 'X'", "the bracket ( at position 21 is never closed"},
       {"LIST CUSTOMERS WITH (NAME = 'X' (P)", "can't stand inside the bracket ( of position 21"},
@@ -327,6 +329,9 @@ TEST_F(QueryTest, AnActiveListRestrictsAndOrders) {
   }
   constexpr Case kCases[] = {
       {"SELECT CUSTOMERS", "C4 C1 GONE C10"},
+      {"SELECT CUSTOMERS 'GONE' 'C1'", "C1"},
+      {"COUNT CUSTOMERS", "C4 C1 C10"},
+      {"SORT CUSTOMERS", "C1 C10 C4"},
       {"LIST CUSTOMERS WITH NAME", "C4 C1 C10"},
       {"SSELECT CUSTOMERS", "C1 C10 C4 GONE"},
       {"SELECT CUSTOMERS BY CITY", "C1 C4 C10"},

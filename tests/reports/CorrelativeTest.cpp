@@ -13,11 +13,10 @@ using Correlative = ReportSession;
 
 TEST_F(Correlative, CompileTable) {
   const std::string dictionary = engine.FileVar("orders_dict");
-  engine.File("orders_dict")["CONV"] = Dyn("A^6^^^^^MD2^");
-  engine.File("orders_dict")["CORR"] = Dyn("A^7^^^^^^MCU");
-  engine.File("orders_dict")["BLANKS"] = Dyn("A^8^^^^^ ^  ");
-  engine.File("orders_dict")["TEXT"] = Dyn("A^x");
-  engine.File("orders_dict")["low"] = Dyn("A^9");
+  const std::pair<const char*, const char*> words[] = {
+      {"CONV", "A^6^^^^^MD2^"}, {"CORR", "A^7^^^^^^MCU"}, {"BLANKS", "A^8^^^^^ ^  "},
+      {"TEXT", "A^x"},          {"low", "A^9"},           {"NOUGHTS", "A^00"}};
+  for (const auto& [word, item] : words) engine.File("orders_dict")[word] = Dyn(item);
   struct Row {
     std::string_view name, in, want;  // want "": left as it is
   };
@@ -30,6 +29,7 @@ TEST_F(Correlative, CompileTable) {
       {"every operator", "A;N(QTY):N(QTY)+N(QTY)-N(QTY)/N(QTY)*N(QTY)^N(QTY)",
        "CUSTOMA;2;:;2;+;2;-;2;/;2;*;2;^;2"},
       {"item ID", "A;N(KEY)*N(QTY)", "CUSTOMA;0;*;2"},
+      {"two noughts stay", "A;N(NOUGHTS)*N(QTY)", "CUSTOMA;00;*;2"},
       {"conversion and correlative of blanks are none", "A;N(BLANKS)", "CUSTOMA;8"},
       {"name with a conversion", "A;N(QTY)*N(CONV)", ""},
       {"name with a correlative", "A;N(CORR)*N(QTY)", ""},
@@ -80,6 +80,7 @@ TEST_F(Correlative, ApplyTable) {
       {"single operand stays text", "v", "CUSTOMA;7", "7 pieces"},
       {"empty counts 0", "v", "CUSTOMA;8;+;8", "0"},
       {"item ID", "v", "CUSTOMA;0;*;2", "48"},
+      {"two noughts are no item ID", "v", "CUSTOMA;00;:;2;:;00", "]4]"},
       {"colon joins values", "v", "CUSTOMA;1;:;7", "10]7 pieces"},
       {"unknown operator joins too", "v", "CUSTOMA;1;?;2", "10]4"},
       {"arithmetic on joined values takes the first", "v", "CUSTOMA;1;:;2;+;3", "13"},

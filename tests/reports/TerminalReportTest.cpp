@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/reports/ReportSession.h"
-#include "tests/support/Golden.h"
 
 namespace nvadmin::test {
 namespace {
@@ -96,10 +95,14 @@ TEST_F(TerminalReports, FileNameTable) {
 }
 
 TEST_F(TerminalReports, SeventeenLinesOnTheFirstPageAndEighteenOnTheNext) {
-  for (int id = 1; id <= 36; ++id)
-    engine.File("orders")[std::to_string(id)] = Dyn("Ada^" + std::to_string(id * 3));
+  for (int id = 1; id <= 36; ++id) engine.File("orders")[std::to_string(id)] = "Ada";
   engine.Type({"", "quit", ""});
-  ExpectGolden("reports/golden/paging.txt", Report("NAME]QTY", "", "", NumberedKeys(36)));
+  std::string pages;
+  for (const std::string& line : Lines(Report("NAME", "", "", NumberedKeys(36)))) {
+    if (line.starts_with("[CLEAR][HOME]Page")) pages += '/';
+    if (line.ends_with("Ada    $")) pages += '.';
+  }
+  EXPECT_EQ(pages, "/................./................../.");
 }
 
 TEST_F(TerminalReports, AnItemsValuesMayBeSplitOverPages) {

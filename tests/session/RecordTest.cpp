@@ -226,7 +226,7 @@ TEST_F(Record, LockedReadsOfACachedItemGoToTheEngine) {
 }
 
 // In this thread's processor time, which other programs don't lengthen. A look-up that reads all keys costs
-// hundreds of times more in the large cache than in the small one.
+// a thousand times more in the large cache than in the small one.
 TEST_F(Record, ALookUpCostsHardlyMoreInALargeCache) {
   engine.File("syscon");
   const std::string file = engine.FileVar("syscon");
@@ -248,7 +248,7 @@ TEST_F(Record, ALookUpCostsHardlyMoreInALargeCache) {
            static_cast<double>(end.tv_nsec - start.tv_nsec);
   };
   const double small = costOfReads(100);
-  EXPECT_LT(costOfReads(100'000), 40 * small);
+  EXPECT_LT(costOfReads(100'000), 100 * small);
 }
 
 }  // namespace

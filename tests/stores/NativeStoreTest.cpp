@@ -42,7 +42,7 @@ TEST_F(NativeStoreTest, FindsFilesInEitherSpelling) {
       {"as it is", "MY.FILE-1", "MY.FILE-1"},
       {"letter case tells none apart", "my.file-1", "MY.FILE-1"},
       {"mapped", "my_file_1", "MY.FILE-1"},
-      {"mapped, but not in small letters", "MY_FILE_1", "-"},
+      {"mapped, in any letters", "MY_FILE_1", "MY.FILE-1"},
       {"another sign", "MY-FILE-1", "-"},
       {"dictionary, with blanks and in small letters", "dict  MY.FILE-1 ", "DICT MY.FILE-1"},
       {"dictionary of the name as typed", "my.file-1_dict", "DICT MY.FILE-1"},
@@ -69,6 +69,10 @@ TEST_F(NativeStoreTest, FindsFilesInEitherSpelling) {
       {"a mapped name of a file that only sounds like a dictionary", "plain_dict", "PLAIN.DICT"},
   };
   for (const Case& test : cases) EXPECT_EQ(Found(test.name), test.found) << test.fault;
+  TableHandle table = -1;
+  std::string error;
+  EXPECT_FALSE(store_->OpenTable("A_b", table, error));
+  EXPECT_EQ(error, "A_b could be A-B or A.B");
 
   const Case creations[] = {
       {"twice", "MY.FILE-1", "MY.FILE-1 is there already"},

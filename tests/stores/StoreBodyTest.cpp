@@ -102,6 +102,9 @@ TEST_P(StoreBody, ReadsBatchesInTheirOrder) {
   store_->Commit();  // the batch left the writes open
   store_->ReadBatch(table, {}, items);
   EXPECT_TRUE(items.empty());
+  std::vector<std::string_view> ids = {"2", "none", "1", "2"};
+  store_->LeaveOutMissing(table, ids);
+  EXPECT_EQ(ids, (std::vector<std::string_view>{"2", "1", "2"}));
 }
 
 TEST_P(StoreBody, ScansInByteOrderWithWhatIsAskedFor) {

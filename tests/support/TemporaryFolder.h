@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -89,6 +90,7 @@ class ChildProgram {
       close(ends[1]);
       return;
     }
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // it doesn't outlive a test program that crashes
     FailureOf([&] { action([&] { return write(ends[1], "s", 1) == 1; }); });
     for (;;) pause();
   }

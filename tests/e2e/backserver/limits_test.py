@@ -110,8 +110,11 @@ class Strangers(unittest.TestCase):
         clients = [RawClient(self.server, enter=False) for _ in range(300)]
         refused = sum(b"one address may have" in rest(client) for client in clients[20:])
         self.assertEqual(refused, 280)
-        for client in clients:
-            client.socket.close()
+        others = [socket.create_connection(("127.0.0.1", self.server.port), 20, ("127.0.0.2", 0)) for _ in range(15)]
+        answers = [other.recv(100) for other in others]
+        self.assertEqual([answer[:10] for answer in answers], [b"login: "] * 10 + [b"the server"] * 5)
+        for client in [client.socket for client in clients] + others:
+            client.close()
         time.sleep(0.5)
         with self.server.client() as session:
             self.assertTrue(session.who())
@@ -165,8 +168,8 @@ class Ends(unittest.TestCase):
         table = [
             (["--line", "0.0.0.0:0"], 4, "--insecure"),
             (["--line", f"127.0.0.1:{server.port}"], 4, f"127.0.0.1:{server.port}"),
-            (["--line", "nowhere"], 4, "HOST:PORT"),
-            (["--line", "127.0.0.1:0", "--tls-cert", "/nosuch"], 4, "--tls-key"),
+            (["--line", "nowhere"], 2, "HOST:PORT"),
+            (["--line", "127.0.0.1:0", "--tls-cert", "/nosuch"], 2, "--tls-key"),
             (["--line", "127.0.0.1:0", "--tls-cert", "/nosuch", "--tls-key", "/nosuch"], 4, "/nosuch"),
             ([], 2, "--line"),
         ]
@@ -193,14 +196,20 @@ class Ends(unittest.TestCase):
                             "/CN=localhost", "-addext", "subjectAltName=DNS:localhost", "-keyout", key, "-out",
                             certificate], check=True, capture_output=True)
             server = Server("--tls-cert", certificate, "--tls-key", key)
-            with nvclient.connect("localhost", server.port, "bob", PASSWORD, "SHOP",
-                                  tls=ssl.create_default_context(cafile=certificate)) as session:
+            context = ssl.create_default_context(cafile=certificate)
+            with nvclient.connect("localhost", server.port, "bob", PASSWORD, "SHOP", tls=context) as session:
                 make_file(session, "SECRET", {"1": "x" * 900_000})
                 self.assertEqual(len(session.read("SECRET", "1")), 900_000)
             with RawClient(server, enter=False) as client:
                 client.send(b"bob\npass word\nSHOP\n")
                 self.assertNotIn(b"login", rest(client))
-            self.assertEqual(server.stop(), 0)
+            with RawClient(server, enter=False) as client:
+                client.socket = context.wrap_socket(client.socket, server_hostname="localhost",
+                                                    suppress_ragged_eofs=False)
+                client.until(b"login: ")
+                self.assertEqual(server.stop(), 0)
+                self.assertEqual(rest(client), b"\r\nthe server ends\r\n")
+            self.assertEqual(sum("no TLS handshake: wrong version number" in line for line in server.log), 1)
 
 
 if __name__ == "__main__":
