@@ -26,6 +26,7 @@ namespace nvadmin::host {
 namespace {
 
 constexpr int kBacklog = 512;
+constexpr int kMostAccepts = 64;  // before other events are looked at
 constexpr std::chrono::seconds kAcceptPause{1};
 constexpr int kLookMilliseconds = 100;  // while something is to be done again
 // What epoll tells of: listeners by their place, the wake-up, sessions by their number from kFirstSession on.
@@ -194,9 +195,10 @@ struct LineServer::State {
   std::vector<std::int64_t> hungUp;                                  // sessions that may still run
 };
 
-// Takes the connections that wait. When the system has no place for another, the listeners rest for a moment.
+// Takes connections that wait, some at a time: a flood of them must not keep the watch from what else
+// happens. When the system has no place for another, the listeners rest for a moment.
 void LineServer::State::Accept(int listener) {
-  for (;;) {
+  for (int taken = 0; taken < kMostAccepts; ++taken) {
     sockaddr_storage client{};
     socklen_t length = sizeof client;
     Descriptor socket(accept4(listener, reinterpret_cast<sockaddr*>(&client), &length, SOCK_CLOEXEC));

@@ -10,6 +10,7 @@
 #include "engine/sentences/Arguments.h"
 #include "engine/sentences/Verbs.h"
 #include "host/ScreenText.h"
+#include "session/SessionState.h"
 #include "session/basNvLibrary.h"
 
 namespace nvadmin::host {
@@ -45,6 +46,10 @@ std::string ShownAnswer(std::string_view answer, const engine::Verb* verb) {
   }
   return shown;
 }
+
+// The add-in takes a certain answer for a lost port, also when it was typed, and is without an engine then:
+// the session is over, as its locks should be.
+bool HasHungUp() { return Session().Engine == nullptr; }
 
 bool IsSameAccount(const engine::Account& left, const engine::Account& right) {
   return left.name == right.name && left.datastore == right.datastore;
@@ -109,7 +114,7 @@ void TclSession::Serve(engine::EngineSession& engine) {
     if (trimmed.empty()) continue;
     const Outcome outcome = ServeSentence(engine, trimmed);
     if (outcome == Outcome::kFailed) anyFailed_ = true;
-    if (outcome == Outcome::kOff || port_.IsLost()) return;
+    if (outcome == Outcome::kOff || port_.IsLost() || HasHungUp()) return;
     if (interrupted_ && !settings_.prompts) return;
   }
 }
@@ -170,7 +175,7 @@ TclSession::Outcome TclSession::ServeSentence(engine::EngineSession& engine, std
     outcome = Outcome::kFailed;
     if (failureText.empty()) failureText = failure.what();
   }
-  if (!failureText.empty() && !port_.IsLost()) {
+  if (!failureText.empty() && !port_.IsLost() && !HasHungUp()) {
     if (settings_.onFailure) settings_.onFailure(failureText);
     // What failed may have left a form on the screen.
     if (port_.ShowsPages()) PrintLine("<TERMINAL>");

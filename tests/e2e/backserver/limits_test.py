@@ -46,7 +46,7 @@ class Strangers(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.server = Server("--max-line", "2000", "--max-request", "5000", "--log-in", "3", "--idle", "2",
-                            "--stall", "1", "--max-sessions", "30", "--max-sessions-per-address", "20")
+                            "--stall", "1")
 
     @classmethod
     def tearDownClass(cls):
@@ -107,17 +107,19 @@ class Strangers(unittest.TestCase):
             wait_for(lambda: any("took nothing" in line for line in self.server.log), self.server.log)
 
     def test_too_many(self):
-        clients = [RawClient(self.server, enter=False) for _ in range(300)]
+        server = Server("--max-sessions", "30", "--max-sessions-per-address", "20")
+        clients = [RawClient(server, enter=False) for _ in range(300)]
         refused = sum(b"one address may have" in rest(client) for client in clients[20:])
         self.assertEqual(refused, 280)
-        others = [socket.create_connection(("127.0.0.1", self.server.port), 20, ("127.0.0.2", 0)) for _ in range(15)]
+        others = [socket.create_connection(("127.0.0.1", server.port), 20, ("127.0.0.2", 0)) for _ in range(15)]
         answers = [other.recv(100) for other in others]
         self.assertEqual([answer[:10] for answer in answers], [b"login: "] * 10 + [b"the server"] * 5)
         for client in [client.socket for client in clients] + others:
             client.close()
-        time.sleep(0.5)
-        with self.server.client() as session:
+        wait_for(lambda: sum(": ended: " in line for line in server.log) == 30, "the sessions end")
+        with server.client() as session:
             self.assertTrue(session.who())
+        self.assertEqual(server.stop(), 0)
 
 
 class Ends(unittest.TestCase):
