@@ -142,8 +142,8 @@ class Store {
   // seen. A visitor that writes has the caller open the write transaction before the scan: during one it
   // can't be opened once another session has written.
   virtual void Scan(TableHandle table, const Projection& projection, const ScanVisitor& visitor) = 0;
-  // As Scan, in another order. False, and nothing visited: the store leaves sorting to its caller. So it
-  // should, unless its sort costs no more than the engine's own.
+  // As Scan, in another order. False, and nothing visited: the store leaves sorting to its caller, since it
+  // can't give this order.
   virtual bool ScanInOrder(TableHandle /*table*/, const Projection& /*projection*/,
                            const ScanOrder& /*order*/, const ScanVisitor& /*visitor*/) {
     return false;

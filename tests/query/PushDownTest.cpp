@@ -205,7 +205,7 @@ TEST_F(PushDownTest, ChangesNoAnswer) {
     }
   }
   EXPECT_LT(telling.scanned, silent.scanned * 9 / 10) << "the store left nothing out";
-  EXPECT_GT(telling.sorted, kRounds * kSentencesARound / 25) << "the store sorted nothing";
+  EXPECT_GT(telling.sorted, kRounds * kSentencesARound / 5) << "the store sorted nothing";
 }
 
 TEST_F(PushDownTest, LeavesTheRestToTheStore) {
@@ -232,13 +232,12 @@ TEST_F(PushDownTest, LeavesTheRestToTheStore) {
       {"WITH A77 < 'x'", 100},
       {"BY NAME BY-DSND AMOUNT SAMPLE 7", 7},
       {"BY PRICE SAMPLE 40", 40},
-      {"BY PRICE SAVING NAME SAMPLE 40", 100},
-      {"BY NAME SAMPLE 41", 100},
+      {"BY PRICE SAVING NAME SAMPLE 40", 40},
       {"BY BOTH SAMPLE 3", 100},
       {"BY-EXP NAME SAMPLE 3", 100},
       {"WITH NAME = 'n3' AND (AMOUNT = 13 OR AMOUNT > 70) BY-DSND AMOUNT SAMPLE 2", 2},
-      {"WITH EVERY AMOUNT > 89 BY NAME SAMPLE 3", 10},
-      {"WITH NAME LIKE 'n3' BY NAME SAMPLE 3", 10},
+      {"WITH EVERY AMOUNT > 89 BY NAME SAMPLE 3", 3},
+      {"WITH NAME LIKE 'n3' BY NAME SAMPLE 3", 3},
   };
   for (const auto& row : rows) {
     Between store(store_, /*tells=*/true);
