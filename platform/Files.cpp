@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 
@@ -27,23 +28,40 @@ void AppendCharacter(std::string& out, char32_t point) {
   }
 }
 
-// The byte whose character stands at the start of `onDisk`, which then goes on behind it. False: none has.
+// The byte whose character, of two or three bytes, stands at the start of `onDisk`, which then goes on behind
+// it. False: none has.
 bool TakeByte(std::string_view& onDisk, char& byte) {
-  for (unsigned number = 0; number < 256; ++number) {
-    std::string character;
-    AppendCharacter(character, CodePointOf(static_cast<unsigned char>(number)));
-    if (!onDisk.starts_with(character)) continue;
-    onDisk.remove_prefix(character.size());
-    byte = static_cast<char>(number);
-    return true;
-  }
-  return false;
+  const auto bits = [onDisk](std::size_t at, unsigned mask) -> char32_t {
+    return at < onDisk.size() ? static_cast<unsigned char>(onDisk[at]) & mask : 0;
+  };
+  const bool isTwoBytes = static_cast<unsigned char>(onDisk.front()) < 0xE0;
+  const char32_t point = isTwoBytes ? bits(0, 0x1F) << 6 | bits(1, 0x3F)
+                                    : bits(0, 0x0F) << 12 | bits(1, 0x3F) << 6 | bits(2, 0x3F);
+  const auto* high = std::find(kHighCodePoints.begin(), kHighCodePoints.end(), point);
+  const char32_t number =
+      high == kHighCodePoints.end() ? point : 0x80 + static_cast<char32_t>(high - kHighCodePoints.begin());
+  if (number > 0xFF || CodePointOf(static_cast<unsigned char>(number)) != point) return false;
+  std::string character;
+  AppendCharacter(character, point);
+  if (!onDisk.starts_with(character)) return false;
+  onDisk.remove_prefix(character.size());
+  byte = static_cast<char>(number);
+  return true;
 }
 
 }  // namespace
 
 void Fail(std::string_view what, std::string_view path, std::string_view why) {
-  throw EngineFailure(std::string(what).append(" '").append(path).append("': ").append(why));
+  std::string text = std::string(what).append(" '");
+  for (char byte : path) {
+    // A failure's text ends at a NUL.
+    if (byte == '\0') {
+      text += "<NUL>";
+    } else {
+      text += byte;
+    }
+  }
+  throw EngineFailure(text.append("': ").append(why));
 }
 
 void FailBySystem(std::string_view what, std::string_view path, int number) {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <utility>
@@ -29,10 +30,20 @@ using platform::ReadSome;
 constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0600;
 constexpr std::size_t kReadBytes = 65'536;
+constexpr std::size_t kMostFileBytes = 1'000'000'000;
+
+// A further handle of an open folder.
+Handle OpenAgain(int folder, std::string_view path) {
+  Handle again(openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!again.IsOpen()) FailBySystem("can't open the folder", path, errno);
+  return again;
+}
 
 // One level down; a link isn't followed.
-Handle OpenFolderBelow(int folder, std::string_view level) {
-  return Handle(openat(folder, NameOnDisk(level).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+Handle OpenFolderBelow(int folder, const std::string& onDisk, std::string_view path) {
+  Handle below(openat(folder, onDisk.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!below.IsOpen()) FailBySystem("can't open the folder", path, errno);
+  return below;
 }
 
 // The levels of a name. Fails when one of them leads out of its folder.
@@ -45,11 +56,24 @@ std::vector<std::string_view> LevelsOf(std::string_view name, std::string_view p
     if (level.empty() || level == "." || level == ".." ||
         level.find_first_of(std::string_view("/\0", 2)) != std::string_view::npos) {
       Fail("this name can't be used for a file or folder", name,
-           std::string("it must stay in the folder '").append(path).append("' and hold no '/'"));
+           std::string("it must stay in the folder '").append(path).append("' and hold no '/' and no NUL"));
     }
     levels.push_back(level);
   }
   return levels;
+}
+
+// A new file under a hidden name, which becomes `hidden`. Whatever lies under such a name is left alone: it
+// may be another program's that is being written, or what a killed one left.
+Handle MakeHiddenFile(int folder, std::string& hidden, std::string_view path) {
+  static std::atomic<unsigned> count = 0;
+  Handle file;
+  do {
+    hidden = ".nvadmin-" + std::to_string(getpid()) + "-" + std::to_string(count++);
+    file = Handle(openat(folder, hidden.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode));
+  } while (!file.IsOpen() && errno == EEXIST);
+  if (!file.IsOpen()) FailBySystem("can't make the file", path, errno);
+  return file;
 }
 
 void WriteAll(const Handle& file, std::string_view text, std::string_view path) {
@@ -85,13 +109,12 @@ Folder::~Folder() {
 }
 
 Folder::Place Folder::FindPlace(std::string_view name) const {
-  Place place{Handle(openat(handle_, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)), {}, path_};
+  Place place{OpenAgain(handle_, path_), {}, path_};
   const std::vector<std::string_view> levels = LevelsOf(name, path_);
-  for (std::size_t level = 0; place.folder.IsOpen() && level + 1 < levels.size(); ++level) {
+  for (std::size_t level = 0; level + 1 < levels.size(); ++level) {
     place.path.append(1, kSeparator).append(levels[level]);
-    place.folder = OpenFolderBelow(place.folder.Number(), levels[level]);
+    place.folder = OpenFolderBelow(place.folder.Number(), NameOnDisk(levels[level]), place.path);
   }
-  if (!place.folder.IsOpen()) FailBySystem("can't open the folder", place.path, errno);
   place.name = NameOnDisk(levels.back());
   place.path.append(1, kSeparator).append(levels.back());
   return place;
@@ -99,35 +122,34 @@ Folder::Place Folder::FindPlace(std::string_view name) const {
 
 Folder Folder::MakeSubfolder(std::string_view name) const {
   while (name.ends_with(kSeparator)) name.remove_suffix(1);
-  if (name.empty()) return Folder(fcntl(handle_, F_DUPFD_CLOEXEC, 0), path_);
+  if (name.empty()) return Folder(OpenAgain(handle_, path_).Release(), path_);
   const Place place = FindPlace(name);
   if (mkdirat(place.folder.Number(), place.name.c_str(), kFolderMode) != 0 && errno != EEXIST) {
     FailBySystem("can't make the folder", place.path, errno);
   }
-  Handle made(
-      openat(place.folder.Number(), place.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!made.IsOpen()) FailBySystem("can't open the folder", place.path, errno);
-  return Folder(made.Release(), place.path);
+  return Folder(OpenFolderBelow(place.folder.Number(), place.name, place.path).Release(), place.path);
 }
 
 std::string Folder::PathOf(std::string_view name) const { return FindPlace(name).path; }
 
 std::vector<std::string> Folder::FileNames() const {
   std::vector<std::string> names;
-  Handle handle(openat(handle_, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  DIR* list = handle.IsOpen() ? fdopendir(handle.Number()) : nullptr;
+  Handle handle = OpenAgain(handle_, path_);
+  DIR* list = fdopendir(handle.Number());
   if (list == nullptr) FailBySystem("can't list the folder", path_, errno);
   handle.Release();  // closedir closes it
-  while (const dirent* entry = readdir(list)) {
+  for (errno = 0; const dirent* entry = readdir(list); errno = 0) {
     const std::string_view onDisk = entry->d_name;
     struct stat state {};
     std::string name;
-    const bool isPlain = !onDisk.starts_with('.') &&
+    const bool isPlain = !onDisk.starts_with('.') && onDisk.find(kSeparator) == std::string_view::npos &&
                          fstatat(handle_, entry->d_name, &state, AT_SYMLINK_NOFOLLOW) == 0 &&
                          S_ISREG(state.st_mode);
     if (isPlain && ReadNameOnDisk(onDisk, name)) names.push_back(std::move(name));
   }
+  const int number = errno;
   closedir(list);
+  if (number != 0) FailBySystem("can't list the folder", path_, number);
   return names;
 }
 
@@ -137,8 +159,14 @@ std::string Folder::ReadFile(std::string_view name) const {
   const Handle file(
       openat(place.folder.Number(), place.name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file.IsOpen()) FailBySystem("can't open the file", place.path, errno);
+  const std::size_t length = LengthOfPlainFile(file, place.path);
+  if (length > kMostFileBytes) {
+    Fail("can't read the file", place.path,
+         "it is " + std::to_string(length) + " bytes long, and an item has at most " +
+             std::to_string(kMostFileBytes));
+  }
   std::string text;
-  text.reserve(LengthOfPlainFile(file, place.path) + 1);
+  text.reserve(length + 1);
   while (ReadSome(file, place.path, std::max(kReadBytes, text.capacity() - text.size()), text) > 0) {
   }
   return text;
@@ -146,13 +174,13 @@ std::string Folder::ReadFile(std::string_view name) const {
 
 void Folder::WriteFile(std::string_view name, std::string_view text) const {
   const Place place = FindPlace(name);
-  const std::string hidden = ".nvadmin-" + std::to_string(getpid()) + "-" + std::to_string(handle_);
   const int folder = place.folder.Number();
-  const Handle file(
-      openat(folder, hidden.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, kFileMode));
-  if (!file.IsOpen()) FailBySystem("can't make the file", place.path, errno);
+  std::string hidden;
+  Handle file = MakeHiddenFile(folder, hidden, place.path);
   try {
     WriteAll(file, text, place.path);
+    // A file system across a network tells of a full disk only now.
+    if (close(file.Release()) != 0) FailBySystem("can't write the file", place.path, errno);
     if (renameat(folder, hidden.c_str(), folder, place.name.c_str()) != 0) {
       FailBySystem("can't make the file", place.path, errno);
     }

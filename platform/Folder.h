@@ -25,13 +25,13 @@ class Folder {
   Folder MakeSubfolder(std::string_view name) const;
 
   // The plain files, in the order in which the file system delivers them: no folders, no links, nothing that
-  // begins with ".", and no name that holds a character without a byte in the code page.
+  // begins with ".", and no name that holds "\" or a character without a byte in the code page.
   std::vector<std::string> FileNames() const;
 
   // The full path of a name in the folder; the file itself need not be there.
   std::string PathOf(std::string_view name) const;
 
-  // The whole file.
+  // The whole file. Fails when it is larger than 1,000,000,000 bytes, more than any store takes in an item.
   std::string ReadFile(std::string_view name) const;
   // Makes the file, or puts the new text in the place of an old one. It is written under a hidden name and
   // moved into place, so whoever looks, and whatever is killed, finds whole files.

@@ -2,6 +2,7 @@
 // a real folder. The drawing of each form stands in menu.txt, and "..." in the other transcripts.
 #include <filesystem>
 
+#include "session/Text.h"
 #include "tests/support/Golden.h"
 #include "tests/support/ScriptedSession.h"
 #include "tests/support/TemporaryFolder.h"
@@ -67,9 +68,10 @@ TEST_F(Forms, Import) {
   fs::create_directory(folder / "TransferItem/sub");
   engine.Type({"", "mx1", "", "bx2"});
   bp.UMenu();
-  EXPECT_NE(engine.Screen().find("There are no available Item-as-Files to import.  Put something in the folder "
-                                 "'TransferItem', then try again!</TX>$\n[IN ]\n<TX>^IREPLACE"),
-            std::string::npos);
+  EXPECT_NE(
+      engine.Screen().find("There are no available Item-as-Files to import.  Put something in the folder "
+                           "'TransferItem', then try again!</TX>$\n[IN ]\n<TX>^IREPLACE"),
+      std::string::npos);
   folder.Put("TransferItem/A", "Ada\r\n5<&vm>6\r\n");
   ExpectGolden("forms/golden/import.txt",
                InForm("mx1", {"bx1|", "fx3|nosuch", "fx2|NOSUCH", "fx2|SALES", "fx3|Orders", "bx1|", "FX4",
@@ -114,6 +116,45 @@ TEST_F(Forms, ExportMany) {
   EXPECT_EQ(folder.Text("TransferItem/DEMO.orders/gone").substr(0, 5), "no it");
   EXPECT_FALSE(fs::exists(folder / "TransferItem/few/201"));
   EXPECT_TRUE(fs::exists(folder / "TransferItem/few/200"));
+}
+
+TEST_F(Forms, ValuesPassAsTheyAre) {
+  folder.Put("TransferItem/A", "x");
+  std::string bytes;
+  for (int byte = 0; byte < 256; ++byte) bytes += static_cast<char>(byte);
+  for (const std::string& id : {std::string("</TX><TX>^VALUE|fx1=\"'\\.."), std::string("|a||"), bytes,
+                                std::string(100'000, '^'), std::string(1'000'000, '|')}) {
+    const std::string start = Shown(id.substr(0, 300));
+    std::string screen = InForm("mx1", {"fx3|orders", "fx4|" + id, "fx1|A", "bx1|"});
+    screen += InForm("mx2", {"fx3|orders", "fx5|out", "fx4|" + id, "Y", "fx5|out", "bx1|"});
+    for (const std::string_view told :
+         {"<TX>VALID|fx4=", "MSGBOX|Item/Record '", "MSGBOX|Change TransferItem file name to '"})
+      EXPECT_TRUE(screen.find(Concat({told, Shown(id), told.ends_with('=') ? "</TX>" : "'"})) !=
+                  std::string::npos)
+          << told << start;
+    EXPECT_TRUE(engine.File("orders")[id] == "x") << start;
+    EXPECT_EQ(folder.Text("TransferItem/out"), "x\r\n") << start;
+    fs::remove(folder / "TransferItem/out");
+  }
+}
+
+TEST_F(Forms, UnknownRepliesCostAnEmptyFrame) {
+  folder.Put("TransferItem/A", "x");
+  const std::string large(1'000'000, 'x');
+  const auto emptyFrames = [](const std::string& screen) {
+    int count = 0;
+    for (std::size_t at = 0; (at = screen.find("]\n<TX></TX>$", at)) != std::string::npos; ++at) ++count;
+    return count;
+  };
+  for (const std::string_view link : {"mx1", "mx2", "mx3"}) {
+    const std::string screen = InForm(link, {"", "|", "||||", "zz|x", "BX1|", "bx1", " fx3|orders",
+                                             "fx33|orders", "mx1|", large, large + "|"});
+    EXPECT_EQ(emptyFrames(screen), 11) << link;
+  }
+  engine.Forget();
+  engine.Type({"", "", "|", "zz|x", "MX1|", " mx1", "mx5", large, "bx2"});
+  bp.UMenu();
+  EXPECT_EQ(emptyFrames(engine.Screen()), 7);
 }
 
 }  // namespace

@@ -1,8 +1,12 @@
 // A plain browser on the real engine: the demo accounts' menu, forms and pages, as text both ways.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <deque>
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <sstream>
 #include <thread>
 
@@ -148,19 +152,91 @@ TEST_F(Browser, ShowsReportsAndQueries) {
   ExpectHolds(Browse("DEMO.MV", {"SELECT A0 FROM countries;", "", "OFF"}), {"<h3>ERROR: ", "<TERMINAL>\n:"});
 }
 
+// Whatever a transfer folder holds or lacks, the session tells what is wrong and goes on at the prompt.
 TEST_F(Browser, FailuresLeaveTheMenuAndTellWhy) {
-  folder->Put("TransferItem/F", "x");
-  const std::deque<std::string> exports[] = {
-      {"MENU", "", "mx2|", "fx3|COUNTRIES", "fx4|FR", "fx5|../out", "bx1|", "WHO", "OFF"},
-      {"MENU", "", "mx2|", "fx3|COUNTRIES", "fx4|FR", "fx5|" + std::string(300, 'n'), "bx1|", "WHO", "OFF"},
-      {"MENU", "", "mx1|", "fx3|COUNTRIES", "fx1|gone", "bx1|", "WHO", "OFF"},
-      {"MENU", "", "mx1|" + std::string(1'000'000, 'x'), "fx3|COUNTRIES", "fx1|a/b", "bx1|", "WHO", "OFF"},
+  const std::filesystem::path transfer = *folder / "TransferItem";
+  const auto emptied = [&] {
+    std::filesystem::remove_all(transfer);
+    std::filesystem::create_directory(transfer);
+    folder->Put("TransferItem/F", "x");
   };
-  for (const std::deque<std::string>& lines : exports) {
-    const std::string name = lines[lines.size() - 4].substr(4);
-    ExpectHolds(Browse("DEMO", lines), {"\n<TERMINAL>\n", name, "\n:[WHO]\n", "DEMO anna"});
+  const auto missing = [&] { std::filesystem::remove_all(transfer); };
+  const auto dangling = [&] {
+    missing();
+    std::filesystem::create_symlink("nowhere", transfer);
+  };
+  const auto pipe = [&] { ASSERT_EQ(mkfifo((transfer / "P").c_str(), 0600), 0); };
+  const auto taken = [&] { std::filesystem::create_directories(transfer / "T/by"); };
+  const auto links = [&] {
+    std::filesystem::create_symlink("..", transfer / "L");
+    std::filesystem::create_symlink("../accounts.json", transfer / "S");
+  };
+  const std::deque<std::string> import = {"fx3|COUNTRIES", "fx4|XX"};
+  const std::deque<std::string> one = {"fx3|COUNTRIES", "fx4|FR"};
+  const std::deque<std::string> many = {"fx3|COUNTRIES", "fx4|SELECT COUNTRIES 'FR' 'GB'"};
+  struct Row {
+    std::function<void()> trouble;
+    std::string link;
+    std::deque<std::string> fields;
+    std::string last, told;
+  };
+  const Row rows[] = {
+      {emptied, "mx2|", one, "fx5|../out", "'../out'"},
+      {emptied, "mx2|", one, "fx5|" + std::string(300, 'n'), std::string(300, 'n') + "'"},
+      {emptied, "mx2|", one, "fx5|" + std::string(1'000'000, '<'), std::string(1'000'000, '<') + "'"},
+      {emptied, "mx1|", import, "fx1|gone", "gone': No such file"},
+      {emptied, "mx1|" + std::string(1'000'000, 'x'), import, "fx1|a/b", "'a/b'"},
+      {pipe, "mx1|", import, "fx1|P", "P': it is no plain file"},
+      {taken, "mx1|", import, "fx1|T", "T': it is no plain file"},
+      {links, "mx1|", import, "fx1|S", "\\S': "},
+      {taken, "mx2|", one, "fx5|T", "T': Is a directory"},
+      {emptied, "mx3|", many, "fx5|F", "F': Not a directory"},
+      {links, "mx3|", many, "fx5|L", "\\L': "},
+      {missing, "mx1|", {}, "", "TransferItem': No such file"},
+      {missing, "mx2|", one, "fx5|x", "TransferItem': No such file"},
+      {dangling, "mx3|", many, "fx5|x", "TransferItem': No such file"},
+  };
+  for (const Row& row : rows) {
+    emptied();
+    row.trouble();
+    std::deque<std::string> lines = {"MENU", "", row.link};
+    lines.insert(lines.end(), row.fields.begin(), row.fields.end());
+    if (!row.last.empty()) lines.insert(lines.end(), {row.last, "bx1|"});
+    lines.insert(lines.end(), {"WHO", "CT COUNTRIES XX", "OFF"});
+    ExpectHolds(Browse("DEMO", lines),
+                {"\n<TERMINAL>\n", row.told, "\n:[WHO]\n", "DEMO anna", "XX", ":[OFF]"});
   }
+  emptied();
   EXPECT_FALSE(std::filesystem::exists(*folder / "out"));
+}
+
+// An item can't become a file: those before it stay whole, and nothing else is left behind.
+TEST_F(Browser, ExportsThatBreakOffLeaveWholeFiles) {
+  folder->Put("TransferItem/small", "s");
+  folder->Put("TransferItem/large", std::string(300'000, 'x'));
+  for (const std::string account : {"DEMO", "DEMO.MV"}) {
+    ExpectHolds(Browse(account,
+                       {"CREATE-FILE ODD", "MENU", "", "mx1|", "fx3|ODD", "fx4|1", "fx1|small", "bx1|",
+                        "fx4|2", "fx1|large", "bx1|", "fx4|2/b", "fx1|small", "bx1|", "bx2|", "bx2|", "OFF"}),
+                {"'1' imported", "'2' imported", "'2/b' imported"});
+    const auto exportAll = [&] {
+      return Browse(account,
+                    {"MENU", "", "mx3|", "fx3|ODD", "fx4|SSELECT ODD", "fx5|odd", "bx1|", "WHO", "OFF"});
+    };
+    ExpectHolds(exportAll(), {"<TERMINAL>\n", "'2/b'", ":[WHO]\n", account});
+    const std::string full = RunInChild([&] {
+      signal(SIGXFSZ, SIG_IGN);
+      const rlimit most{200'000, 200'000};
+      setrlimit(RLIMIT_FSIZE, &most);
+      return exportAll();
+    });
+    ExpectHolds(full, {"<TERMINAL>\n", "odd\\2': File too large", ":[WHO]\n", account});
+    std::map<std::string, std::uintmax_t> left;
+    for (const auto& entry : std::filesystem::directory_iterator(*folder / "TransferItem/odd"))
+      left[entry.path().filename()] = entry.file_size();
+    EXPECT_EQ(left, (std::map<std::string, std::uintmax_t>{{"1", 3}, {"2", 300'002}})) << account;
+    std::filesystem::remove_all(*folder / "TransferItem/odd");
+  }
 }
 
 }  // namespace

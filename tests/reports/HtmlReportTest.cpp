@@ -105,5 +105,88 @@ TEST_F(HtmlReports, NativeStoreGivesTheCells) {
   EXPECT_EQ(body + message, "as it was");
 }
 
+// How often the part stands in the text.
+int Count(std::string_view text, std::string_view part) {
+  int count = 0;
+  for (std::size_t at = 0; (at = text.find(part, at)) != std::string_view::npos; ++at) ++count;
+  return count;
+}
+
+// Every item has the quantity 1, and the name changes with item 499.
+TEST_F(HtmlReports, PageLimitTable) {
+  constexpr std::string_view kCut =
+      "Report cut short as it is over its reasonable display limit of 500 items.";
+  constexpr std::string_view kMissing = "ERROR [914] Item 'gone' not found in table/file 'orders'";
+  struct Row {
+    std::string_view datastore;
+    int keys, missing, shown;
+    std::string_view message;
+  };
+  const Row table[] = {
+      {"JET", 499, 0, 499, ""},         {"JET", 500, 0, 500, kCut},       {"JET", 501, 0, 500, kCut},
+      {"JET", 500, 499, 498, kMissing}, {"JET", 501, 500, 499, kMissing}, {"JET", 501, 501, 500, kCut},
+      {"MVX", 499, 0, 499, ""},         {"MVX", 500, 0, 500, kCut},       {"MVX", 501, 0, 500, kCut},
+  };
+  for (const Row& row : table) {
+    LogOn(row.datastore);
+    engine.OutputMode("HTML");
+    Grid grid;
+    for (int key = 1; key <= row.keys; ++key) {
+      const std::string id = key == row.missing ? "gone" : std::to_string(key);
+      const std::string name = key < 499 ? "a" : "b";
+      if (key != row.missing) engine.File("orders")[id] = Dyn(name + "^1");
+      grid.push_back({id, name, "1"});
+    }
+    engine.Answer("LIST orders",
+                  Dyn("2^" + std::to_string(row.keys) + "^NAME]QTY^^^x]TOTAL]QTY]BREAK-ON]NAME\\"), grid,
+                  {"", "NAME\xFAL6", "QTY\xFAR5"});
+    engine.Type({"fx1|CLOSE"});
+    const std::string page = Run("LIST orders");
+    SCOPED_TRACE(Concat({row.datastore, " ", std::to_string(row.keys), " ", std::to_string(row.missing)}));
+    EXPECT_EQ(Count(page, "<td>a</td>") + Count(page, "<td>b</td>"), row.shown);
+    const auto holds = [&](std::initializer_list<std::string_view> pieces) {
+      EXPECT_EQ(Count(page, Concat(pieces)), 1) << Concat(pieces);
+    };
+    EXPECT_EQ(Count(page, "<h3>"), row.message.empty() ? 0 : 1);
+    if (!row.message.empty()) holds({"<h3>ERROR: ", row.message, "</h3></div>"});
+    const int behindBreak = row.shown - 498;
+    EXPECT_EQ(Count(page, "SubTotal(s)"), behindBreak > 0 ? 2 : 0);
+    if (behindBreak > 0) {
+      holds(
+          {"SubTotal(s)</td><td>&nbsp;</td><td align=right>498</td></tr>{CRLF}\n<tr "
+           "style=\"background-color:#ffffa0\"><td>499</td>"});
+      holds({"<td align=right>", std::to_string(behindBreak),
+             "</td></tr>{CRLF}\n<tr style=font-weight:bold><td colspan=3>"});
+    }
+    holds({"<td align=right>", std::to_string(row.shown), "</td></tr></table></TX>$"});
+  }
+}
+
+TEST_F(HtmlReports, CellsAndIdsPassAsTheyAre) {
+  std::string bytes;
+  for (int byte = 0; byte < 256; ++byte) {
+    if (byte < 0xFC || byte > 0xFE) bytes += static_cast<char>(byte);
+  }
+  for (const std::string_view datastore : {"JET", "MVX"}) {
+    LogOn(datastore);
+    engine.OutputMode("HTML");
+    const auto page = [&](const std::string& id, const std::string& name) {
+      engine.File("orders")[id] = name;
+      engine.Answer("LIST orders", Dyn("1^1^NAME"), Grid{{id, name}}, {"", "NAME\xFAL6"});
+      engine.Type({""});
+      return Run("LIST orders");
+    };
+    for (const std::string& text :
+         {std::string("</td></table></TX><script>^MSGBOX|\"'&lt;"), bytes, std::string(100'000, '<')}) {
+      const std::string cell = "<td>" + Shown(text) + "</td>";
+      EXPECT_TRUE(page(text, text).find(cell + cell + "</tr>") != std::string::npos)
+          << datastore << cell.substr(0, 99);
+    }
+    std::string values;
+    for (int value = 0; value < 100'000; ++value) values.append("v").append(1, '\xFD');
+    EXPECT_EQ(Count(page("1", values), "<td>&nbsp;</td><td>v</td>"), 99'999) << "all but the first line";
+  }
+}
+
 }  // namespace
 }  // namespace nvadmin::test
