@@ -17,7 +17,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::chrono::milliseconds kPatience{10'000};
+constexpr std::chrono::milliseconds kPatience{3'000};
+constexpr std::chrono::milliseconds kLittlePatience{50};  // for so long after it gave up:
+constexpr std::chrono::seconds kWary{5};
 constexpr int kQuickTries = 1'000;
 constexpr std::chrono::microseconds kQuickPause{100};
 constexpr std::chrono::microseconds kSlowPause{1'000};
@@ -47,14 +49,6 @@ Statement& BindThing(Statement& statement, const LockedView& thing) {
 
 LockProgram ProgramOf(const Statement& row) {
   return {row.Integer(0), {std::string(row.Text(1)), row.Integer(2), row.Integer(3)}, row.Integer(4)};
-}
-
-// Waits for another program's change, which takes microseconds: pauses that grow, as SQLite's own do, would
-// let a busy program keep the others out.
-int PauseBeforeTry(void*, int tries) {
-  const bool isQuick = tries < kQuickTries;
-  std::this_thread::sleep_for(isQuick ? kQuickPause : kSlowPause);
-  return isQuick || (tries - kQuickTries) * kSlowPause < kPatience;
 }
 
 }  // namespace
@@ -110,6 +104,21 @@ class LockFile::Gate {
   bool alone_ = false;
 };
 
+// Waits for another program's change, which takes microseconds: pauses that grow, as SQLite's own do, would
+// let a busy program keep the others out. 0 when it has waited long enough.
+int LockFile::PauseBeforeTry(void* file, int tries) {
+  LockFile& self = *static_cast<LockFile*>(file);
+  const Clock::time_point now = Clock::now();
+  if (tries == 0) self.waitingSince_ = now;
+  const bool isWary = self.waitingSince_ - self.gaveUpAt_ < kWary;
+  if (now - self.waitingSince_ > (isWary ? kLittlePatience : kPatience)) {
+    self.gaveUpAt_ = now;
+    return 0;
+  }
+  std::this_thread::sleep_for(tries < kQuickTries ? kQuickPause : kSlowPause);
+  return 1;
+}
+
 // Removes the file when nobody uses it, then opens it, made where it is missing.
 std::unique_ptr<Database> LockFile::Open(const fs::path& file, Gate& gate) {
   if (gate.IsAlone()) RemoveDatabase(file);
@@ -119,7 +128,6 @@ std::unique_ptr<Database> LockFile::Open(const fs::path& file, Gate& gate) {
   database->Execute("PRAGMA journal_mode = WAL");
   database->Execute("PRAGMA synchronous = OFF");
   database->Execute(kMakeTables);
-  sqlite3_busy_handler(database->Handle(), PauseBeforeTry, nullptr);
   gate.Share();
   return database;
 }
@@ -139,7 +147,9 @@ LockFile::LockFile(const fs::path& file)
            " VALUES(?1, ?2, ?3, ?4, ?5, ?6)"),
       remove_(*database_, "DELETE FROM locks WHERE account = ?1 AND tbl = ?2 AND id = ?3 AND session = ?4"),
       removeTable_(*database_, "DELETE FROM locks WHERE account = ?1 AND tbl = ?2 AND session = ?3"),
-      removeAll_(*database_, "DELETE FROM locks WHERE program = ?1 AND session = ?2") {}
+      removeAll_(*database_, "DELETE FROM locks WHERE program = ?1 AND session = ?2") {
+  sqlite3_busy_handler(database_->Handle(), PauseBeforeTry, this);
+}
 
 LockFile::~LockFile() = default;
 

@@ -5,11 +5,15 @@
 // in it, damage included, is gone. The empty file locks.sqlite-gate beside it tells who uses it. Nothing is
 // flushed to disk.
 //
+// Changes of the programs take microseconds. A foreign one that holds the file for longer lets a routine fail
+// after 3 s, and until it is over the next ones almost at once, so that sessions don't wait in turn.
+//
 // Not for several threads at once. Routines that change more than one row require a write transaction on
 // Connection(). All may fail with a StoreFailure that names the file. Names and IDs are bytes of the code
 // page.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -99,9 +103,13 @@ class LockFile {
 
  private:
   class Gate;
+  using Clock = std::chrono::steady_clock;
 
+  static int PauseBeforeTry(void* file, int tries);
   static std::unique_ptr<Database> Open(const std::filesystem::path& file, Gate& gate);
 
+  Clock::time_point waitingSince_;
+  Clock::time_point gaveUpAt_;
   std::unique_ptr<Gate> gate_;
   std::unique_ptr<Database> database_;
   Statement readVersion_, others_, hasProgram_, beat_;

@@ -104,6 +104,7 @@ class Locks::Sharing {
   enum class Elsewhere { kFree, kHeld, kHeldByTheDead };
 
   void BeatUntil(const std::stop_token& stop);
+  void ClearLeftBehind();
   void Refresh();
   void LoseAll();
   void Register();
@@ -121,6 +122,7 @@ class Locks::Sharing {
   ProgramRun run_ = ThisRun();
   std::int64_t program_ = 0;  // our number in the file; 0: not registered
   std::vector<Seat*> seats_;
+  std::vector<std::int64_t> leftBehind_;              // rows of sessions that are over
   std::map<LockedView, Seat*, LockedOrder> holders_;  // of our sessions; the views point into Seat::held
 
   // The version changes with the commits of others only. What it stood for is asked after it was read, so a
@@ -180,8 +182,18 @@ void Locks::Sharing::BeatUntil(const std::stop_token& stop) {
     try {
       if (!file_.Beat(program_)) LoseAll();
       if (program_ == 0) Register();
+      ClearLeftBehind();
     } catch (const StoreFailure&) {
     }
+  }
+}
+
+// Ends what the sessions couldn't that left while a foreign program held the file.
+void Locks::Sharing::ClearLeftBehind() {
+  for (; !leftBehind_.empty(); leftBehind_.pop_back()) {
+    WriteTransaction transaction(file_.Connection());
+    file_.RemoveSession(program_, leftBehind_.back());
+    transaction.Commit();
   }
 }
 
@@ -264,7 +276,8 @@ void Locks::Sharing::Leave(Seat& seat) {
     file_.RemoveSession(program_, seat.session.row);
     transaction.Commit();
   } catch (const StoreFailure&) {
-    // For others the locks stay until this program ends; there is nobody left to tell.
+    // There is nobody left to tell; for others the locks stay for a while.
+    leftBehind_.push_back(seat.session.row);
   }
 }
 

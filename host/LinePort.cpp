@@ -15,6 +15,7 @@ constexpr std::size_t kKeptCapacity = std::size_t{1} << 20;
 constexpr std::size_t kKeptOpenLine = 16;  // enough to tell a prompt
 // By this frame a client program is asked for the next line of its request.
 constexpr std::string_view kNextLineFrame = "<TXA><NEXT></TXA>";
+constexpr std::string_view kRequestEnd = "</TXB>";  // in any letter case
 constexpr std::string_view kHungUp = "the client hung up";
 constexpr std::string_view kServerEnds = "the server ends";
 
@@ -22,6 +23,11 @@ using Clock = std::chrono::steady_clock;
 
 std::string LongerThan(std::string_view what, std::size_t bytes) {
   return fmt::format("{} is longer than {} bytes", what, bytes);
+}
+
+bool EndsRequest(std::string_view line) {
+  const auto isSame = [](char a, char b) { return a == b || (a >= 'a' && a <= 'z' && a - 'a' + 'A' == b); };
+  return std::search(line.begin(), line.end(), kRequestEnd.begin(), kRequestEnd.end(), isSame) != line.end();
 }
 
 }  // namespace
@@ -42,7 +48,7 @@ engine::InputResult LinePort::ReadSentence(std::string& sentence) {
 bool LinePort::Open(Clock::time_point until) {
   std::string error;
   if (connection_->Open(until, error)) return true;
-  Lose(error);
+  Lose(ending_ ? kServerEnds : error);
   connection_->EndOutput();
   return false;
 }
@@ -74,6 +80,7 @@ engine::InputResult LinePort::TakeLine(std::string& line, std::size_t most, Cloc
   const std::size_t length = end - next_;
   const bool endsInCr = length > 0 && read_[end - 1] == '\r';
   line.assign(read_, next_, endsInCr ? length - 1 : length);
+  lineStart_ = next_;
   next_ = end + 1;
   openLine_.clear();
   requestBytes_ = (asksForMore_ ? requestBytes_ : 0) + line.size();
@@ -92,7 +99,7 @@ engine::InputResult LinePort::TakeLine(std::string& line, std::size_t most, Cloc
 bool LinePort::ReceiveMore(Clock::time_point until) {
   if (IsOver()) return false;
   read_.erase(0, next_);
-  next_ = 0;
+  lineStart_ = next_ = 0;
   if (read_.empty() && read_.capacity() > kKeptCapacity) read_.shrink_to_fit();
   const std::size_t before = read_.size();
   read_.resize(before + kReceivedBytes);
@@ -116,7 +123,9 @@ bool LinePort::ReceiveMore(Clock::time_point until) {
 
 void LinePort::Write(std::string_view text, bool lineEnd) {
   RequireOpen();
-  asksForMore_ = text == kNextLineFrame;
+  // Behind a request's end it is the text of an item.
+  asksForMore_ =
+      text == kNextLineFrame && !EndsRequest(std::string_view(read_).substr(lineStart_, next_ - lineStart_));
   gathered_ += text;
   if (lineEnd) gathered_ += kLineEnd;
   NoteOpenLine(text, lineEnd);

@@ -79,7 +79,8 @@ class LinePort final : public SessionPort {
   std::unique_ptr<Connection> connection_;
   LineLimits limits_;
   std::string read_;              // what came in
-  std::size_t next_ = 0;          // where the next line begins in it
+  std::size_t lineStart_ = 0;     // where the line that was taken last begins in it
+  std::size_t next_ = 0;          // where the next line begins
   std::size_t requestBytes_ = 0;  // of the lines of a request so far
   bool asksForMore_ = false;      // the client was asked for the next line of its request
   std::string gathered_;

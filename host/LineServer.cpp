@@ -228,9 +228,10 @@ void LineServer::State::Open(Descriptor socket, const Endpoint& client) {
     const std::string why = sessions.Open(client.host, makeSession);
     if (why.empty()) return;
     if (socket.Number() >= 0) Refuse(socket.Number(), why);
-    LogEvent(fmt::format("connection from {} refused: {}", client.Text(), why));
+    LogEventOfMany("refused connections", fmt::format("connection from {} refused: {}", client.Text(), why));
   } catch (const std::exception& failure) {
-    LogEvent(fmt::format("connection from {} failed: {}", client.Text(), failure.what()));
+    LogEventOfMany("failed connections",
+                   fmt::format("connection from {} failed: {}", client.Text(), failure.what()));
   }
 }
 

@@ -83,7 +83,8 @@ std::optional<LoggedIn> LineSession::LogIn(std::chrono::steady_clock::time_point
 // What isn't the name of a user may be a password typed too soon.
 void LineSession::LogRefusal(std::string_view name) const {
   const std::optional<User> user = context_.users.Find(name);
-  Log(user ? fmt::format("log-in refused: user {}", user->name) : "log-in refused: no such user");
+  LogEventOfMany("refused log-ins", WithNumber(user ? fmt::format("log-in refused: user {}", user->name)
+                                                    : "log-in refused: no such user"));
 }
 
 bool LineSession::Ask(std::string_view question, std::string& answer,
@@ -100,9 +101,9 @@ void LineSession::RunSentences(LoggedIn user) {
   settings.from = from_;
   settings.mayEnter = std::move(user.mayEnter);
   settings.onRefusedWrite = [this](const engine::RefusedWrite& write) {
-    Log(fmt::format("refused write: account {}, file {}, item '{}': {}", write.account, write.table, write.id,
-                    write.reason));
+    Log(fmt::format("refused write: {}", write.Text()));
   };
+  settings.onLoad = [this](std::string_view line) { Log(line); };
   settings.onFailure = [this](std::string_view failure) { Log(fmt::format("failure: {}", failure)); };
   settings.prompts = true;
   settings.trace = context_.trace;
@@ -127,8 +128,10 @@ void LineSession::EndNow() noexcept {
   if (running_ != nullptr) running_->Interrupt();
 }
 
-void LineSession::Log(std::string_view event) const {
-  LogEvent(fmt::format("session {} from {}: {}", number_, from_, event));
+void LineSession::Log(std::string_view event) const { LogEvent(WithNumber(event)); }
+
+std::string LineSession::WithNumber(std::string_view event) const {
+  return fmt::format("session {} from {}: {}", number_, from_, event);
 }
 
 }  // namespace nvadmin::host

@@ -47,6 +47,7 @@ class LineSession final : public ServedSession {
   void LogRefusal(std::string_view name) const;
   void RunSentences(LoggedIn user);
   void Log(std::string_view event) const;
+  std::string WithNumber(std::string_view event) const;
 
   LineSessionContext context_;
   std::int64_t number_;

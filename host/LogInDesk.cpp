@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/ClientAddress.h"
 #include "host/Passwords.h"
 
 namespace nvadmin::host {
@@ -40,7 +41,7 @@ LogInDesk::LogInDesk(engine::Home& home, Users& users)
 std::optional<LoggedIn> LogInDesk::LogIn(std::string_view user, std::string_view password,
                                          std::string_view account, std::string_view address,
                                          const std::function<bool()>& abandoned) {
-  const Visit visit{KeyOf(user), KeyOf(address), abandoned};
+  const Visit visit{KeyOf(user), KeyOf(CountedAddress(address)), abandoned};
   if (!AwaitTurn(visit)) return std::nullopt;
 
   std::optional<LoggedIn> found;
@@ -68,23 +69,39 @@ void LogInDesk::LeavePlace() {
   changed_.notify_all();
 }
 
+bool LogInDesk::IsDelayed(const Visit& visit) const {
+  const auto ready = std::max(userDelays_.ReadyAt(visit.user), addressDelays_.ReadyAt(visit.address));
+  return Clock::now() < std::min(ready, visit.arrival + LogInDelays::kLongestDelay);
+}
+
+// False: too many wait already, or it was given up.
+bool LogInDesk::AwaitDelay(const Visit& visit, std::unique_lock<std::mutex>& lock) {
+  if (!IsDelayed(visit)) return true;
+  const auto ofUser = waiting_.try_emplace(visit.address + ' ' + visit.user).first;
+  const auto ofAddress = waiting_.try_emplace(visit.address).first;
+  const bool mayWait = ofUser->second < kMostWaitingOfUser && ofAddress->second < kMostWaitingOfAddress;
+  ++ofUser->second;
+  ++ofAddress->second;
+  const bool hasWaited = mayWait && AwaitThat(visit, lock, [&] { return !IsDelayed(visit); });
+  for (const auto& place : {ofUser, ofAddress}) {
+    if (--place->second == 0) waiting_.erase(place);
+  }
+  return hasWaited;
+}
+
 // Takes a place among the hashes. While a log-in stands in the queue others may fail for the same user: then
-// it goes back to wait. False, without a place: it was given up or took too long.
+// it goes back to wait. False, without a place: too many wait, it was given up or took too long.
 bool LogInDesk::AwaitTurn(const Visit& visit) {
   std::unique_lock lock(mutex_);
-  const auto isDelayed = [&] {
-    const auto ready = std::max(userDelays_.ReadyAt(visit.user), addressDelays_.ReadyAt(visit.address));
-    return Clock::now() < std::min(ready, visit.arrival + LogInDelays::kLongestDelay);
-  };
   do {
-    if (!AwaitThat(visit, lock, [&] { return !isDelayed(); })) return false;
+    if (!AwaitDelay(visit, lock)) return false;
     const auto place = queue_.insert(queue_.end(), &visit);
     const bool isNext =
         AwaitThat(visit, lock, [&] { return place == queue_.begin() && hashing_ < kHashesAtOnce; });
     queue_.erase(place);
     changed_.notify_all();
     if (!isNext) return false;
-  } while (isDelayed());
+  } while (IsDelayed(visit));
   ++hashing_;
   return true;
 }

@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+#include "host/ClientAddress.h"
+
 namespace nvadmin::host {
 
 namespace {
@@ -30,14 +32,15 @@ std::string ServerSessions::RefusalFor(std::string_view address) const {
   return {};
 }
 
-std::string ServerSessions::Open(std::string_view address,
+std::string ServerSessions::Open(std::string_view from,
                                  const std::function<std::shared_ptr<ServedSession>(std::int64_t)>& make) {
+  const std::string address = CountedAddress(from);
   const std::lock_guard lock(mutex_);
   if (std::string refusal = RefusalFor(address); !refusal.empty()) return refusal;
   const std::int64_t number = ++lastNumber_;
   const std::shared_ptr<ServedSession> session = make(number);
-  std::size_t& here = perAddress_[std::string(address)];
-  const auto entry = running_.emplace(number, Running{session, std::string(address), {}}).first;
+  std::size_t& here = perAddress_[address];
+  const auto entry = running_.emplace(number, Running{session, address, {}}).first;
   ++here;
   try {
     // It can't end before it gets the mutex.

@@ -45,9 +45,9 @@ class ServerSessions {
   ServerSessions& operator=(const ServerSessions&) = delete;
 
   // Starts the session that `make` gives for the session's number: from 1, none given twice. Answers why
-  // there can't be one from this address now, for its user to read, and empty when there is. Over a limit
-  // nothing is made; a session for which the system has no thread is refused. What `make` throws comes
-  // through.
+  // there can't be one from this address (see CountedAddress) now, for its user to read, and empty when there
+  // is. Over a limit nothing is made; a session for which the system has no thread is refused. What `make`
+  // throws comes through.
   std::string Open(std::string_view address,
                    const std::function<std::shared_ptr<ServedSession>(std::int64_t number)>& make);
   // Ends a session at once. An end that meets the session between two steps may be missed: call it again

@@ -1,14 +1,10 @@
 #include "host/Users.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <filesystem>
-#include <system_error>
 
 #include "engine/CodePage.h"
 #include "engine/stores/Sqlite.h"
@@ -28,18 +24,6 @@ constexpr const char* kMakeTables =
     " WITHOUT ROWID;"
     "CREATE TABLE IF NOT EXISTS entries(name TEXT COLLATE NOCASE, account TEXT,"
     " PRIMARY KEY(name, account)) WITHOUT ROWID;";
-
-// SQLite gives the files that it makes beside a database the mode of the database.
-std::filesystem::path MakePrivate(std::filesystem::path file) {
-  const int made = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (made < 0) {
-    throw EngineFailure(fmt::format("{} can't be opened ({}); give this user write permission for it",
-                                    engine::ForeignText(file.native()),
-                                    std::generic_category().message(errno)));
-  }
-  close(made);
-  return file;
-}
 
 bool IsName(std::string_view name) {
   const auto fits = [](char c) {
@@ -84,8 +68,7 @@ std::string UnknownAccounts(const std::vector<std::string>& accounts) {
 }  // namespace
 
 struct Users::File {
-  explicit File(const std::filesystem::path& path)
-      : database(MakePrivate(path), engine::OpenMode::kMake, kPatience) {
+  explicit File(const std::filesystem::path& path) : database(path, engine::OpenMode::kMake, kPatience) {
     database.Execute("PRAGMA synchronous = FULL");
     database.Execute(kMakeTables);
   }

@@ -17,9 +17,6 @@ namespace {
 
 constexpr std::array<char, 3> kMarks = {kAttributeMark, kValueMark, kSubvalueMark};
 
-// More marks than these, added at one position, are a fault of the caller and no item.
-constexpr std::size_t kMaxAddedMarks = 1 << 24;
-
 // A substring up to this length is compared anew at each place where its first character stands.
 constexpr std::size_t kShortSubstring = 16;
 
@@ -194,10 +191,10 @@ std::string Replace(std::string_view text, std::int32_t attribute, std::int32_t 
   }
 
   const std::size_t addedMarks = added[0] + added[1] + added[2];
-  if (addedMarks > kMaxAddedMarks) {
+  if (addedMarks > kMostAddedMarks) {
     throw std::length_error("Replace: position " + std::to_string(attribute) + "," + std::to_string(value) +
                             "," + std::to_string(subvalue) + " lies " + std::to_string(addedMarks) +
-                            " marks beyond the text; at most " + std::to_string(kMaxAddedMarks) +
+                            " marks beyond the text; at most " + std::to_string(kMostAddedMarks) +
                             " are added");
   }
   std::string result;

@@ -23,8 +23,10 @@ std::int32_t Index(std::string_view text, std::string_view substring, std::int32
 // 0 in value or subvalue is the whole enclosing part; a 0 above a lower position counts as 1; else empty.
 std::string_view Extract(std::string_view text, std::int32_t attribute, std::int32_t value = 0,
                          std::int32_t subvalue = 0);
+// More marks than these, added at one position, are a fault of the caller and no item.
+constexpr std::int32_t kMostAddedMarks = 1 << 24;
 // The changed text; zeros as in Extract. Positions beyond the end are made with marks, and a negative one
-// appends at its level. Throws std::length_error for a position over 16,777,216 marks beyond the text.
+// appends at its level. Throws std::length_error for a position over kMostAddedMarks beyond the text.
 std::string Replace(std::string_view text, std::int32_t attribute, std::int32_t value, std::int32_t subvalue,
                     std::string_view content);
 // Position of the attribute that equals `value` exactly, 0 when there is none.

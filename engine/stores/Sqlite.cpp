@@ -1,6 +1,7 @@
 #include "engine/stores/Sqlite.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,6 +12,8 @@
 namespace nvadmin::engine {
 
 namespace {
+
+constexpr mode_t kFileMode = 0600;
 
 // What a primary result code says of the file, and the way out.
 struct Trouble {
@@ -171,6 +174,9 @@ std::string_view Statement::Text(int column) const {
 Database::Database(const std::filesystem::path& file, OpenMode mode, std::chrono::milliseconds patience) {
   const std::string name = std::filesystem::absolute(file).string();
   const int makes = mode == OpenMode::kMake ? SQLITE_OPEN_CREATE : 0;
+  // Made without being opened: a close would drop the locks that other connections of this program have got
+  // on it meanwhile. What goes wrong is told by the opening.
+  if (makes != 0) mknod(name.c_str(), S_IFREG | kFileMode, 0);
   sqlite3* opened = nullptr;
   const int code =
       sqlite3_open_v2(name.c_str(), &opened,

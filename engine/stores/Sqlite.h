@@ -88,7 +88,7 @@ class ResetAtEnd {
 
 enum class OpenMode {
   kExisting,  // a missing file is a failure
-  kMake,      // a missing file is made, empty
+  kMake,      // a missing file is made, empty, with mode 0600, which SQLite's files beside it take on
 };
 
 // One connection to one file, for reading and writing.

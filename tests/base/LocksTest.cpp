@@ -143,6 +143,33 @@ TEST_F(LocksTest, AStoppedProgramOfThisMachineKeepsItsLocks) {
   EXPECT_TRUE(Take(mine, "T", "1"));
 }
 
+TEST_F(LocksTest, AForeignWriterHoldsNobodyForLong) {
+  std::optional<Locks> leaving(std::in_place, file_, "leaving", "desk");
+  Locks mine = Open("mine");
+  Locks others = OpenElsewhere("other");
+  ASSERT_TRUE(Take(*leaving, "T", "1"));
+  Database foreign(file_, OpenMode::kExisting, 0ms);
+  foreign.Begin();
+  const auto start = std::chrono::steady_clock::now();
+  for (int round = 0; round < 5; ++round) {
+    EXPECT_NE(FailureOf([&] { Take(mine, "T", "2"); }).find("locks.sqlite is locked by another program"),
+              std::string::npos);
+    EXPECT_NE(FailureOf([&] { Open("late"); }), "");
+  }
+  leaving.reset();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
+  foreign.Rollback();
+  // What was left behind goes with a heartbeat.
+  bool isFree = false;
+  for (int tries = 0; tries < 100 && !isFree; ++tries) {
+    std::this_thread::sleep_for(100ms);
+    std::string refusal;
+    isFree = others.Take("ACC", "T", "1", refusal);
+  }
+  EXPECT_TRUE(isFree);
+  EXPECT_TRUE(Take(mine, "T", "2"));
+}
+
 TEST_F(LocksTest, ElsewhereTheHeartbeatCounts) {
   const struct {
     std::chrono::seconds silence;

@@ -26,8 +26,20 @@ expect_equal "a folder of something else is left alone" "$(ls -A "$work/other")"
 expect_run "a place where nobody can make a home" 4 ordinary "$program" --home /nonexistent/home demo -c WHO
 expect_refusal "a place where nobody can make a home" "/nonexistent[^ ]* can't be made \(Permission denied\); choose another"
 
+# A folder that is open to others: all that is made in it is not, while a session is in it too.
+umask 022
+mkdir -m 755 "$home"
 nvadmin account add SHOP --datastore MYSQL
-nvadmin tcl -c 'CREATE-FILE STOCK' -c 'PUT STOCK K1 1 Tea' >/dev/null </dev/null
+nvadmin user add ann --account SHOP <<<"pass word" >/dev/null
+coproc tcl { exec "$program" --home "$home" tcl; }
+printf '%s\n' 'CREATE-FILE STOCK' 'PUT STOCK K1 1 Tea' >&"${tcl[1]}"
+while read -r line <&"${tcl[0]}" && [[ $line != *written ]]; do :; done
+expect_equal "files for others" "$(find "$home" -mindepth 1 ! -perm 600 ! \( -type d -perm 700 \))" ""
+expect_equal "files beside the databases" "$(cd "$home" && ls locks.sqlite-* accounts | tr '\n' ' ')" \
+  "locks.sqlite-gate locks.sqlite-shm locks.sqlite-wal  accounts: SHOP.sqlite SHOP.sqlite-shm SHOP.sqlite-wal "
+pid=$tcl_PID
+exec {tcl[1]}>&-
+wait "$pid"
 
 # Not ours to write: the whole home, then the account's database alone.
 chmod -R a-w,a+rX "$home"

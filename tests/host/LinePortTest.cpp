@@ -124,6 +124,13 @@ TEST(LinePort, LimitsTable) {
   }
   EXPECT_EQ(line->ReadLine(text, -1, true), InputResult::kLost)
       << "the acknowledgements begin no new request";
+
+  Line reader(limits);
+  reader.Send("1</TXB>\n2</txB>\n3</TXB>\n4</TXB>\n5</TXB>\n");
+  for (int request = 1; request <= 5; ++request) {
+    EXPECT_EQ(reader->ReadLine(text, -1, true), InputResult::kLine) << "an item may hold just <NEXT>";
+    reader->Write("<TXA><NEXT></TXA>", true);
+  }
 }
 
 TEST(LinePort, EndsTable) {

@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/ClientAddress.h"
 #include "host/LogInDelays.h"
 #include "host/LogInDesk.h"
 #include "tests/support/TemporaryFolder.h"
@@ -209,6 +210,49 @@ TEST_F(Desk, WaitsAfterFailuresOfAUserOrAnAddress) {
   const Clock::time_point again = Clock::now();
   EXPECT_EQ(LogIn("anna", kPassword), "Anna SHOP");
   EXPECT_LT(Clock::now() - again, 1500ms);
+}
+
+TEST_F(Desk, GuessesSideBySideAreFew) {
+  constexpr int kVisits = 24;
+  const auto addressOf = [](int number) { return "2001:db8::" + std::to_string(number); };
+  for (int failure = 0; failure < 4; ++failure) TimeOf("anna", addressOf(failure));  // the next waits 2 s
+  std::atomic<int> in = 0;
+  std::string inElsewhere;
+  std::atomic<int> waitingStrangers = 0;
+  {
+    std::vector<std::jthread> threads;
+    for (int number = 0; number < kVisits; ++number)
+      threads.emplace_back([&, number] { in += LogIn("anna", kPassword, "", addressOf(number)) != "no"; });
+    threads.emplace_back([&] { inElsewhere = LogIn("anna", kPassword, "", "192.0.2.1"); });
+    std::this_thread::sleep_for(200ms);
+    for (int number = 0; number < kVisits; ++number) {
+      threads.emplace_back([&, number] {
+        int asked = 0;  // who is refused at once isn't asked whether to give up
+        desk->LogIn("nobody" + std::to_string(number), "guess", "", addressOf(number),
+                    [&asked] { return ++asked == 5; });
+        waitingStrangers += asked > 0;
+      });
+    }
+  }
+  EXPECT_EQ(in, LogInDesk::kMostWaitingOfUser);
+  EXPECT_EQ(inElsewhere, "Anna SHOP");
+  EXPECT_EQ(waitingStrangers, LogInDesk::kMostWaitingOfAddress - LogInDesk::kMostWaitingOfUser);
+  EXPECT_EQ(LogIn("anna", kPassword, "", addressOf(0)), "Anna SHOP") << "places are given back";
+}
+
+TEST(ClientAddress, CountsWhatOneOwnerHasAsOne) {
+  const struct {
+    const char *address, *counted;
+  } kCases[] = {
+      {"192.0.2.5", "192.0.2.5"},
+      {"::ffff:192.0.2.5", "192.0.2.5"},
+      {"2001:db8:1:2:3:4:5:6", "2001:db8:1:2::/64"},
+      {"2001:db8:1:3:3:4:5:6", "2001:db8:1:3::/64"},
+      {"fe80::1%eth0", "fe80::/64"},
+      {"::1", "::/64"},
+      {"no address", "no address"},
+  };
+  for (const auto& row : kCases) EXPECT_EQ(CountedAddress(row.address), row.counted);
 }
 
 TEST_F(Desk, ManyAtOnceAllGetIn) {

@@ -173,7 +173,6 @@ class Ends(unittest.TestCase):
             (["--line", "nowhere"], 2, "HOST:PORT"),
             (["--line", "127.0.0.1:0", "--tls-cert", "/nosuch"], 2, "--tls-key"),
             (["--line", "127.0.0.1:0", "--tls-cert", "/nosuch", "--tls-key", "/nosuch"], 4, "/nosuch"),
-            ([], 2, "--line"),
         ]
         for options, code, text in table:
             with self.subTest(options=options):
@@ -209,8 +208,11 @@ class Ends(unittest.TestCase):
                 client.socket = context.wrap_socket(client.socket, server_hostname="localhost",
                                                     suppress_ragged_eofs=False)
                 client.until(b"login: ")
-                self.assertEqual(server.stop(), 0)
+                with RawClient(server, enter=False):  # no handshake yet
+                    wait_for(lambda: sum(": connected" in line for line in server.log) == 4, server.log)
+                    self.assertEqual(server.stop(), 0)
                 self.assertEqual(rest(client), b"\r\nthe server ends\r\n")
+            self.assertEqual(sum("ended: the server ends" in line for line in server.log), 2)
             self.assertEqual(sum("no TLS handshake: wrong version number" in line for line in server.log), 1)
 
 
