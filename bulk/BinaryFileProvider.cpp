@@ -1,5 +1,7 @@
 #include "bulk/BinaryFileProvider.h"
 
+#include <algorithm>
+
 #include "session/EngineCallBack.h"
 
 namespace nvadmin {
@@ -7,6 +9,8 @@ namespace nvadmin {
 namespace {
 
 constexpr std::size_t kChunkBytes = 65'536;
+constexpr std::size_t kGrowth =
+    8;  // of the buffer for a long line; what isn't used yet costs addresses, no memory
 
 std::string_view WithoutFirstLf(std::string_view line) {
   if (line.starts_with('\n')) line.remove_prefix(1);
@@ -34,6 +38,10 @@ bool BinaryFileProvider::FillBuffer() {
   Buffer.erase(0, LineStart);
   SearchFrom -= LineStart;
   LineStart = 0;
+  if (Buffer.capacity() < Buffer.size() + kChunkBytes) {
+    const auto left = static_cast<std::size_t>(ChunkCount - ChunksRead) * kChunkBytes;
+    Buffer.reserve(Buffer.size() + std::min(left, kGrowth * (Buffer.size() + kChunkBytes)));
+  }
   File->Read(kChunkBytes, Buffer);
   ++ChunksRead;
   return true;

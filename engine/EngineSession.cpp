@@ -7,6 +7,7 @@
 #include <exception>
 #include <thread>
 
+#include "engine/TransferFile.h"
 #include "engine/query/Parse.h"
 #include "engine/query/Text.h"
 #include "engine/query/Words.h"
@@ -95,7 +96,8 @@ EngineSession::EngineSession(Home& home, Port& port, SessionSettings settings)
     : home_(home),
       port_(port),
       settings_(std::move(settings)),
-      locks_(home.LocksFile(), settings_.user, settings_.from) {
+      locks_(home.LocksFile(), settings_.user, settings_.from),
+      load_(BulkFolder(home), settings_.onLoad) {
   std::string error;
   if (!EnterAccount(settings_.account, error)) throw EngineFailure(error);
   InstallHooks();
@@ -146,6 +148,12 @@ bool EngineSession::RefuseWrite(const OpenedFile* file, std::string_view id, std
                               errorDetail_});
   }
   return false;
+}
+
+std::string RefusedWrite::Text() const {
+  const bool namesItem = reason.find(fmt::format("item {}", Quoted(id))) != std::string_view::npos;
+  if (namesItem) return fmt::format("account {}: {}", account, reason);
+  return fmt::format("account {}, file {}, item {}: {}", account, table, Quoted(id), reason);
 }
 
 // --- The result grid and the small services.
@@ -209,7 +217,14 @@ void EngineSession::WriteOutput(std::string_view text, bool lineEnd) {
     progressShown_ = lineEnd && text.ends_with(kProgressWord) && port_.ShowsPages() && WritesMayStayOpen();
     if (!progressShown_) CommitOpenWrites();
   }
-  port_.Write(text, lineEnd);
+  port_.WriteMessage(text, lineEnd);
+}
+
+void EngineSession::PrintLine(std::string_view text) {
+  StopIfInterrupted();
+  progressShown_ = false;
+  CommitWrites();
+  port_.Write(text, /*lineEnd=*/true);
 }
 
 // --- Sentences.
@@ -487,6 +502,7 @@ bool EngineSession::ReadLocked(std::string& text, std::string_view fileVar, std:
 }
 
 bool EngineSession::WriteItem(std::string_view item, std::string_view fileVar, std::string_view id) {
+  if (load_.IsUnderWay()) return PutFromLoad(item, fileVar, id);
   return Put({.text = item}, fileVar, id, LockAfter::kReleased);
 }
 
@@ -509,15 +525,37 @@ bool EngineSession::PutAttribute(std::string_view value, std::string_view fileVa
   return Put({.text = value, .isAttribute = true, .attribute = attribute}, fileVar, id, lockAfter);
 }
 
+bool EngineSession::PutFromLoad(std::string_view item, std::string_view fileVar, std::string_view id) {
+  const OpenedFile* file = FindFileToChange(fileVar);
+  if (file == nullptr) return RefuseWrite(nullptr, id, std::move(errorDetail_));
+  const std::string& account = file->account->account.name;
+  load_.HandOver(file->index, account, file->tableName);
+  const bool isQueued = Put({.text = item}, fileVar, id, LockAfter::kReleased);
+  if (isQueued) {
+    load_.Queue();
+  } else {
+    load_.Refuse(id, item, RefusedWrite{account, file->tableName, id, errorDetail_}.Text());
+  }
+  return isQueued;
+}
+
+// What the load wrote last is on disk no later than anything that tells of it.
+void EngineSession::EndLoad() {
+  load_.End();
+  if (writing_ == nullptr) load_.Settle(/*isKept=*/true);
+}
+
 bool EngineSession::Put(const Change& change, std::string_view fileVar, std::string_view id,
                         LockAfter lockAfter) {
   const OpenedFile* file = FindFileToChange(fileVar);
   if (file == nullptr) return RefuseWrite(nullptr, id, std::move(errorDetail_));
-  if (change.isAttribute && change.attribute < 1 && change.attribute != -1) {
+  const bool isAppended = change.attribute == -1;
+  if (change.isAttribute && !isAppended && (change.attribute < 1 || change.attribute > mv::kMostAddedMarks)) {
     return RefuseWrite(
         file, id,
-        fmt::format("attribute {} of item {} can't be written: attributes count from 1, and -1 appends one",
-                    change.attribute, Quoted(id)));
+        fmt::format("attribute {} of item {} of table {} can't be written: attributes count from "
+                    "1 to {}, and -1 appends one",
+                    change.attribute, Quoted(id), file->tableName, mv::kMostAddedMarks));
   }
   if (id.empty()) {
     return RefuseWrite(file, id, fmt::format("an item of table {} can't have an empty ID", file->tableName));
@@ -631,12 +669,15 @@ bool EngineSession::WritesMayStayOpen() const {
 
 void EngineSession::CommitOpenWrites() {
   Store& store = *std::exchange(writing_, nullptr);
+  const bool isKept = store.HasOpenWrites();  // a failure may have taken them along
   try {
     store.Commit();
   } catch (...) {
+    load_.Settle(/*isKept=*/false);
     ReleaseWaitingLocks();
     throw;
   }
+  load_.Settle(isKept);
   ReleaseWaitingLocks();
 }
 

@@ -30,6 +30,7 @@
 #include <vector>
 
 #include "engine/Home.h"
+#include "engine/LoadRecord.h"
 #include "engine/Locks.h"
 #include "engine/Port.h"
 #include "engine/ResultGrid.h"
@@ -44,6 +45,8 @@ namespace nvadmin::engine {
 // contents.
 struct RefusedWrite {
   std::string_view account, table, id, reason;  // table: empty when the FileVar was
+  // All of it for a log: account, file and item are named, the item once.
+  std::string Text() const;
 };
 
 struct SessionSettings {
@@ -54,6 +57,8 @@ struct SessionSettings {
   std::function<bool(std::string_view account)> mayEnter = {};
   // A delete of an item that isn't there is no refusal.
   std::function<void(const RefusedWrite&)> onRefusedWrite = {};
+  // Takes a line about each load of a transfer file that handed something over.
+  std::function<void(std::string_view line)> onLoad = {};
 };
 
 class EngineSession final : public EngineCallBack {
@@ -103,15 +108,24 @@ class EngineSession final : public EngineCallBack {
   void EndTypedSentence();
 
   const Account& CurrentAccount() const { return current_->account; }
+
+  // For the host, which learns of it from the add-in: what is written between the two is a load.
+  void BeginLoad(std::string_view path) { load_.Begin(path); }
+  void EndLoad();
+
   // Stops the statement or output under way with an EngineFailure "interrupted", and so every further text,
   // input, sentence and item read, until the typed sentence ends or the next begins.
   void Interrupt() noexcept;
 
   // For the sentences (engine/sentences).
+
+  // A line of the engine's own: WriteOutput is the add-in's.
+  void PrintLine(std::string_view text);
   Home& SystemHome() { return home_; }
   Store& CurrentStore() { return *store_.load(std::memory_order_relaxed); }
   ResultGrid& Grid() { return grid_; }
   Locks& ItemLocks() { return locks_; }
+  const LoadRecord& LastLoad() const { return load_; }
   const std::string& User() const { return settings_.user; }
   // The session's number, from 1, which no other living session on the home has.
   std::int32_t PortNumber() const { return locks_.Number(); }
@@ -209,6 +223,7 @@ class EngineSession final : public EngineCallBack {
 
   bool ReadLocked(std::string& text, std::string_view fileVar, std::string_view id,
                   const std::int32_t* attribute);
+  bool PutFromLoad(std::string_view item, std::string_view fileVar, std::string_view id);
   bool Put(const Change& change, std::string_view fileVar, std::string_view id, LockAfter lockAfter);
   bool PutAttribute(std::string_view value, std::string_view fileVar, std::string_view id,
                     std::int32_t attribute, LockAfter lockAfter);
@@ -239,6 +254,7 @@ class EngineSession final : public EngineCallBack {
   bool progressShown_ = false;
   std::set<std::pair<std::int32_t, std::string>> releaseAtCommit_;  // file index, item ID
   RefusedLock refusedLock_;
+  LoadRecord load_;
 
   ResultGrid grid_;
   std::int32_t walkRow_ = 0;  // the row whose key was asked for last

@@ -32,6 +32,10 @@ class Port {
   // ReadLine.
   virtual void Write(std::string_view text, bool lineEnd) = 0;
   virtual void Flush() = 0;
+  // As Write, for a text that the add-in prints. A browser's port sends each such text as one message,
+  // because the page tells frames from item text by how messages begin and end; what else is written opens no
+  // frame.
+  virtual void WriteMessage(std::string_view text, bool lineEnd) { Write(text, lineEnd); }
 
   // True for a browser: the session answers "HTML" as its output mode.
   virtual bool ShowsPages() const { return false; }

@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "platform/Files.h"
+#include "platform/TransferObserver.h"
 
 namespace nvadmin {
 
@@ -15,6 +16,11 @@ BinaryFile::BinaryFile(std::string_view path) : path_(path) {
       open(platform::PathOnDisk(path).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file_.IsOpen()) platform::FailBySystem("can't open the file", path_, errno);
   length_ = static_cast<std::int64_t>(platform::LengthOfPlainFile(file_, path_));
+  if (const auto& opened = platform::ObserverOfTransfers().opened) opened(path_);
+}
+
+BinaryFile::~BinaryFile() {
+  if (const auto& closed = platform::ObserverOfTransfers().closed) closed();
 }
 
 void BinaryFile::Read(std::size_t count, std::string& text) {

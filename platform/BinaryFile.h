@@ -1,4 +1,5 @@
-// A file that is read in pieces, from its start to the length that it had when it was opened.
+// A file that is read in pieces, from its start to the length that it had when it was opened. The observer of
+// transfers is told when it is opened and closed.
 #pragma once
 
 #include <cstdint>
@@ -14,6 +15,9 @@ class BinaryFile {
   // `path` is absolute, in bytes of the code page, with "\" or the system's separator between folders. Fails,
   // naming it, when it is no plain file or can't be opened.
   explicit BinaryFile(std::string_view path);
+  ~BinaryFile();
+  BinaryFile(const BinaryFile&) = delete;
+  BinaryFile& operator=(const BinaryFile&) = delete;
 
   std::int64_t Length() const { return length_; }
   // Appends the next bytes of the file, at most `count` and no more than are left, to `text`. Fails, naming

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "engine/BulkSave.h"
 #include "engine/stores/OpenStore.h"
 #include "engine/stores/Store.h"
 #include "samples/Dictionaries.h"
@@ -135,6 +136,22 @@ bool MakeFile(Store& store, TableHandle about, const SampleFile& file, const std
   return true;
 }
 
+// All of the account as a transfer file, so that the load form has something to load.
+void SaveTransferFile(const Home& home, Store& store) {
+  engine::BulkSave save(engine::BulkFolder(home), kDemoTransferFile);
+  for (const SampleFile& file : SampleFiles()) {
+    for (const std::string& name : {DictionaryOf(file.name), std::string(file.name)}) {
+      TableHandle table = 0;
+      std::string error;
+      if (!store.OpenTable(name, table, error)) continue;  // deleted by its users
+      if (!save.CanAdd(store.Describe(table), error)) Refuse("transfer file", error);
+      const bool keepsWholeItems = store.Describe(table).layout == engine::Layout::kItem;
+      save.Add(store, table, keepsWholeItems, [](std::int64_t) {});
+    }
+  }
+  save.Finish();
+}
+
 }  // namespace
 
 void MakeDemoAccounts(Home& home, std::ostream& progress) {
@@ -153,6 +170,9 @@ void MakeDemoAccounts(Home& home, std::ostream& progress) {
       if (!MakeFile(*account.store, account.about, file, items, itemCount)) continue;
       progress << fmt::format("{:<8} {:<12} {:>5} items\n", account.demo->name, file.name, itemCount);
     }
+  }
+  for (const Incomplete& account : incomplete) {
+    if (account.demo->name == kDemoAccount) SaveTransferFile(home, *account.store);
   }
 }
 

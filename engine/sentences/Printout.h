@@ -14,7 +14,7 @@ class Printout {
   explicit Printout(EngineSession& session) : session_(session) {}
 
   void Line(std::string_view text) {
-    session_.WriteOutput(text, /*lineEnd=*/true);
+    session_.PrintLine(text);
     if (started_) text_ += "\r\n";
     text_ += text;
     started_ = true;

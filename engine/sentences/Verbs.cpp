@@ -12,7 +12,7 @@ namespace nvadmin::engine {
 std::span<const Verb> Verbs() {
   static const std::vector<Verb> verbs = [] {
     std::vector<Verb> all;
-    for (const auto group : {QueryVerbs(), ItemVerbs(), FileVerbs(), SessionVerbs(), HelpVerbs()}) {
+    for (const auto group : {QueryVerbs(), ItemVerbs(), FileVerbs(), BulkVerbs(), SessionVerbs(), HelpVerbs()}) {
       all.insert(all.end(), group.begin(), group.end());
     }
     return all;

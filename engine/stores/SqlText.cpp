@@ -462,15 +462,15 @@ bool TakeType(TokenWalk& walk, NewColumn& column) {
 }
 
 // What stands behind " (A0 VARCHAR": the size of the key, the columns and the primary key, up to the end.
-bool ReadColumns(std::string_view text, NewTable& table) {
+// `isNameRepeated`: a constraint holds the table's name, in a way that no quoted name of SQL can be repeated.
+bool ReadColumns(std::string_view text, NewTable& table, bool& isNameRepeated) {
   // The name of the constraint repeats the table's, whatever it holds, so it is cut out as text.
   const std::string constraint = fmt::format(" CONSTRAINT idx{} PRIMARY KEY", table.name);
   const std::size_t sizeEnd = text.find(')');
-  const bool hasConstraint =
-      sizeEnd != kNowhere &&
-      FoldTableName(text.substr(sizeEnd + 1, constraint.size())) == FoldTableName(constraint);
+  isNameRepeated = sizeEnd != kNowhere &&
+                   FoldTableName(text.substr(sizeEnd + 1, constraint.size())) == FoldTableName(constraint);
   std::string plain(text);
-  if (hasConstraint) plain.replace(sizeEnd + 1, constraint.size(), " PRIMARY KEY");
+  if (isNameRepeated) plain.replace(sizeEnd + 1, constraint.size(), " PRIMARY KEY");
 
   TokenWalk walk(plain);
   table.columns.assign(1, {});
@@ -496,7 +496,9 @@ bool ReadColumns(std::string_view text, NewTable& table) {
   }
   while (ended && walk.TakeSymbol(';')) {
   }
-  return hasKey && ended && walk.AtEnd() && table.columns.size() > 1;
+  // A file has at least one attribute, though a sentence made from a broken count may name none.
+  if (table.columns.size() == 1) table.columns.emplace_back();
+  return hasKey && ended && walk.AtEnd();
 }
 
 }  // namespace
@@ -515,9 +517,10 @@ bool ReadCreateTable(std::string_view statement, NewTable& table) {
   for (; keyColumn != kNowhere; keyColumn = folded.find(kKeyColumn, keyColumn + 1)) {
     NewTable read;
     read.name = TrimBlanks(statement.substr(kHead.size(), keyColumn - kHead.size()));
-    const bool isSql = FoldTableName(read.name).starts_with(kCondition) || IsOneQuotedName(read.name);
-    if (read.name.empty() || isSql) return false;
-    if (!ReadColumns(statement.substr(keyColumn + kKeyColumn.size()), read)) continue;
+    if (FoldTableName(read.name).starts_with(kCondition)) return false;
+    bool isNameRepeated = false;
+    if (!ReadColumns(statement.substr(keyColumn + kKeyColumn.size()), read, isNameRepeated)) continue;
+    if (IsOneQuotedName(read.name) && !isNameRepeated) return false;
     table = std::move(read);
     return true;
   }
@@ -530,7 +533,7 @@ bool ReadDropTable(std::string_view statement, std::string& name) {
   statement = TrimBlanks(statement);
   if (!FoldTableName(statement).starts_with(kHead)) return false;
   const std::string_view read = TrimBlanks(statement.substr(kHead.size()));
-  if (FoldTableName(read).starts_with(kCondition) || IsOneQuotedName(read)) return false;
+  if (FoldTableName(read).starts_with(kCondition)) return false;
   name = read;
   return true;
 }

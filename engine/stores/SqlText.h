@@ -83,9 +83,10 @@ struct NewTable {
   std::vector<NewColumn> columns;  // A0, A1 ... An, or A0 and ITEM
 };
 
-// Reads the CREATE TABLE sentence of a file, in the dialect of any datastore word. Its name is bare and may
-// hold any character: it is all that stands between "CREATE TABLE " and " (A0 VARCHAR(". False for any other
-// statement, also one that just begins so, and for a name that is quoted as a whole.
+// Reads the CREATE TABLE sentence of a file, in the dialect of any datastore word. Its name is bare, may
+// hold any character, and may be missing: it is all that stands between "CREATE TABLE " and " (A0 VARCHAR(".
+// False for any other statement, also one that just begins so, and for a name that is quoted as a whole,
+// unless the key's constraint repeats it, quotes and all.
 bool ReadCreateTable(std::string_view statement, NewTable& table);
 
 // The name in "DROP TABLE name", all that stands behind the two words; false for any other statement.

@@ -203,6 +203,10 @@ TEST_F(SharedHome, RefusedWritesAreTold) {
       {"no ID", [&] { return carl->WriteItem("x", customers, ""); }, "JETS/customers/: an item of table"},
       {"attribute 0", [&] { return carl->WriteAttribute("x", customers, "2", 0); },
        "JETS/customers/2: attribute 0"},
+      {"an attribute without end", [&] { return carl->WriteAttribute("x", customers, "2", 2'000'000'000); },
+       "JETS/customers/2: attribute 2000000000 of item '2' of table customers can't be written: attributes "
+       "count "
+       "from 1 to 16777216"},
       {"too many attributes", [&] { return carl->WriteItem("\xFE\xFE\xFE\xFE!", customers, "2"); },
        "JETS/customers/2: "},
       {"read only", [&] { return carl->WriteItem("x", builtIn, "A0"); }, "JETS/customers_dict_dict/A0: "},
@@ -217,6 +221,10 @@ TEST_F(SharedHome, RefusedWritesAreTold) {
     EXPECT_EQ(told.empty(), row.told.empty()) << row.name << ": " << told;
     EXPECT_EQ(told.find('!'), std::string::npos) << "no item contents";
   }
+  EXPECT_EQ((RefusedWrite{"A", "t", "1", "[920] item '1' of t is locked"}.Text()),
+            "account A: [920] item '1' of t is locked");
+  EXPECT_EQ((RefusedWrite{"A", "t", "1", "t is built in"}.Text()),
+            "account A, file t, item '1': t is built in");
 }
 
 // Each session asks again at once when it was refused, and none comes too short.

@@ -37,7 +37,7 @@ const std::vector<Rule> kRules = {
     {"engine/",
      {"mv/", "session/EngineCallBack.h", "session/MvServices.h", "session/BP.h", "session/CodePage.h"}},
     {"samples/", {"engine/", "mv/", "session/EngineCallBack.h"}},
-    {"host/", {"engine/", "session/", "samples/"}},
+    {"host/", {"engine/", "session/", "samples/", "platform/TransferObserver.h"}},
 };
 
 constexpr std::string_view kAddInFolders[] = {"session/", "reports/",    "queries/", "forms/",

@@ -116,17 +116,18 @@ TEST(SqlText, ReadsCreateTableOfEveryDialect) {
       {"CREATE TABLE x (A0 VARCHAR(1)); DROP TABLE y; (A0 VARCHAR(25) PRIMARY KEY, ITEM TEXT)",
        "x (A0 VARCHAR(1)); DROP TABLE y;|N|25,0,"},
       {"CREATE TABLE \xE9\xFE (A0 VARCHAR(25) PRIMARY KEY, ITEM TEXT)", "\xE9\xFE|N|25,0,"},
+      {"CREATE TABLE x (A0 VARCHAR(25) PRIMARY KEY)", "x|C|25,0,"},
+      {"CREATE TABLE  (A0 VARCHAR(25) PRIMARY KEY, A1 TEXT)", "|C|25,0,"},
+      {"CREATE TABLE \"x\" (A0 VARCHAR(25) CONSTRAINT idx\"x\" PRIMARY KEY, A1 TEXT)", "\"x\"|C|25,0,"},
       // No such sentences.
       {"CREATE TABLE \"x\" (A0 VARCHAR(25) PRIMARY KEY, A1 TEXT)", ""},
       {"CREATE TABLE IF NOT EXISTS x (A0 VARCHAR(25) PRIMARY KEY, A1 TEXT)", ""},
       {"CREATE TABLE x (A0 VARCHAR(25) PRIMARY KEY, A1 TEXT, A3 TEXT)", ""},
       {"CREATE TABLE x (A0 VARCHAR(25) PRIMARY KEY, ITEM TEXT, A1 TEXT)", ""},
       {"CREATE TABLE x (A0 VARCHAR(25), A1 TEXT)", ""},
-      {"CREATE TABLE x (A0 VARCHAR(25) PRIMARY KEY)", ""},
       {"CREATE TABLE x (A0 VARCHAR(25) CONSTRAINT idxy PRIMARY KEY, A1 TEXT)", ""},
       {"CREATE TABLE x (A0 VARCHAR(25) PRIMARY KEY, A1 TEXT); DROP TABLE y", ""},
       {"CREATE TABLE x (A0 VARCHAR(99999999999999999999) PRIMARY KEY, A1 TEXT)", ""},
-      {"CREATE TABLE  (A0 VARCHAR(25) PRIMARY KEY, A1 TEXT)", ""},
   };
   for (const auto& [sentence, shape] : cases) EXPECT_EQ(ShapeOf(sentence), shape) << sentence;
 }
