@@ -1,8 +1,10 @@
 # Sourced by ./run and ./test: the Debian packages that NvAdmin is built and tested with.
 
 build_packages=(g++ cmake ninja-build ccache pkg-config libsqlite3-dev libedit-dev libfmt-dev libcli11-dev
-  libsodium-dev libssl-dev nlohmann-json3-dev iso-codes)
-test_packages=(libgtest-dev libgmock-dev tmux sqlite3 python3 openssl)
+  libsodium-dev libssl-dev libboost-dev nlohmann-json3-dev iso-codes)
+# Debian's npm would clash with one that is there already.
+if ! command -v npm >/dev/null; then build_packages+=(nodejs npm); fi
+test_packages=(libgtest-dev libgmock-dev tmux sqlite3 python3 openssl chromium)
 
 # Installs those of the packages that are missing. Where there is no apt, the build itself shows what it lacks.
 install_missing() {

@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+struct ssl_ctx_st;
+
 namespace nvadmin::host {
 
 enum class Transfer {
@@ -70,6 +72,8 @@ class TlsServer {
 
   // Takes the socket over; the connection's Open makes the handshake. It must not outlive the server.
   std::unique_ptr<Connection> Accept(int socket) const;
+  // The library's own object, which a caller that keeps it counts as one more user.
+  ssl_ctx_st* NativeContext() const;
 
  private:
   struct Context;

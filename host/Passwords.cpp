@@ -53,4 +53,18 @@ std::string HashOfNobody() {
   return HashPassword({password.data(), password.size()});
 }
 
+std::string NewToken() {
+  PrepareLibrary();
+  std::array<unsigned char, 32> bytes{};
+  randombytes_buf(bytes.data(), bytes.size());
+  std::array<char, 64> text{};
+  sodium_bin2base64(text.data(), text.size(), bytes.data(), bytes.size(),
+                    sodium_base64_VARIANT_URLSAFE_NO_PADDING);
+  return text.data();
+}
+
+bool IsSameToken(std::string_view left, std::string_view right) {
+  return left.size() == right.size() && sodium_memcmp(left.data(), right.data(), left.size()) == 0;
+}
+
 }  // namespace nvadmin::host

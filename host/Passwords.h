@@ -1,5 +1,5 @@
-// Password hashes: argon2id, two passes over 64 MiB, about 0.1 s each. The one place that uses the library of
-// ciphers.
+// Password hashes (argon2id, two passes over 64 MiB, about 0.1 s each) and tokens. The one place that uses
+// the library of ciphers.
 #pragma once
 
 #include <cstddef>
@@ -17,5 +17,10 @@ std::string HashPassword(std::string_view password);
 bool IsPassword(std::string_view password, const std::string& hash);
 // A hash that no password has.
 std::string HashOfNobody();
+
+// 32 random bytes as 43 letters, digits, "-" and "_".
+std::string NewToken();
+// In a time that doesn't tell where they differ.
+bool IsSameToken(std::string_view left, std::string_view right);
 
 }  // namespace nvadmin::host

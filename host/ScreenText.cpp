@@ -19,7 +19,6 @@ constexpr char kDelete = '\x7F';
 constexpr char32_t kControlPictures = 0x2400;  // U+2400 + n shows control character n
 constexpr char32_t kDeletePicture = 0x2421;
 constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
-constexpr std::string_view kLineEnd = "\n";
 
 constexpr std::string_view kClearScreen = "\x1B[H\x1B[2J";
 constexpr std::string_view kClearToEnd = "\x1B[J";
@@ -84,7 +83,7 @@ bool TakeNumber(std::string_view& text, std::int32_t& number) {
 
 }  // namespace
 
-ScreenText::ScreenText(bool hasCursor) {
+ScreenText::ScreenText(bool hasCursor, std::string_view lineEnd) : lineEnd_(lineEnd) {
   if (!hasCursor) return;
   std::random_device random;
   tokenStart_ = fmt::format("{}{:08x}{:08x}:", kEscape, random(), random());
@@ -127,7 +126,7 @@ void ScreenText::Append(std::string& out, std::string_view text, bool lineEnd) {
     std::size_t taken = 1;
     if (text.starts_with("\r\n")) {
       taken = 2;
-      out += kLineEnd;
+      out += lineEnd_;
       startLine();
     } else if (const std::size_t control = text.front() == kEscape ? AppendCursorControl(out, text) : 0) {
       taken = control;
@@ -138,7 +137,7 @@ void ScreenText::Append(std::string& out, std::string_view text, bool lineEnd) {
     text.remove_prefix(taken);
   }
   if (lineEnd) {
-    out += kLineEnd;
+    out += lineEnd_;
     startLine();
   }
   openLine_.append(out, lineStart);

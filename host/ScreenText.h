@@ -16,8 +16,8 @@ namespace nvadmin::host {
 
 class ScreenText {
  public:
-  // Without a cursor all cursor strings are empty.
-  explicit ScreenText(bool hasCursor);
+  // Without a cursor all cursor strings are empty. `lineEnd`: what a line ends in on the outer side; lent.
+  explicit ScreenText(bool hasCursor, std::string_view lineEnd = "\n");
 
   // As Port::CursorString; empty too for coordinates that mean nothing.
   std::string CursorString(std::int32_t column, std::int32_t row) const;
@@ -36,6 +36,7 @@ class ScreenText {
  private:
   std::size_t AppendCursorControl(std::string& out, std::string_view text) const;
 
+  std::string_view lineEnd_;
   std::string tokenStart_;  // ESC and the random word; empty without a cursor
   std::string openLine_;
 };

@@ -15,6 +15,7 @@
 #include "host/LogInDesk.h"
 #include "host/ServerLog.h"
 #include "host/Users.h"
+#include "host/WebServer.h"
 
 namespace nvadmin::host {
 
@@ -41,12 +42,13 @@ std::optional<HostAndPort> ReadAddress(const std::string& text) {
   return HostAndPort{host, port};
 }
 
-void RequireSafety(const ServeSettings& settings, const HostAndPort& address) {
-  if (!settings.certificate.empty() || settings.insecure || IsLoopback(address.host)) return;
+void RequireSafety(const ServeSettings& settings, const std::string& address) {
+  if (!settings.certificate.empty() || settings.insecure || IsLoopback(ReadAddress(address).value().host))
+    return;
   throw EngineFailure(fmt::format(
       "{} can be reached from other machines, and passwords would travel in plain text: give --tls-cert and "
       "--tls-key, listen on 127.0.0.1, or allow it with --insecure",
-      engine::ForeignText(settings.line)));
+      engine::ForeignText(address)));
 }
 
 // A session needs a handful of open files; the usual limit would do for a few hundred sessions.
@@ -84,35 +86,66 @@ void EndSessions(ServerSessions& sessions, const sigset_t& signals) {
   std::_Exit(static_cast<int>(ExitCode::kFailed));
 }
 
+LineServerSettings ForLineServer(const ServeSettings& settings, std::function<void(std::string_view)> trace) {
+  const HostAndPort address = ReadAddress(settings.line).value();
+  return {address.host,        address.port,   settings.certificate, settings.key,
+          settings.lineLimits, settings.logIn, std::move(trace)};
+}
+
+WebServerSettings ForWebServer(const ServeSettings& settings, std::function<void(std::string_view)> trace) {
+  const HostAndPort address = ReadAddress(settings.web).value();
+  const LineLimits& line = settings.lineLimits;
+  return {address.host,           address.port,      settings.certificate,
+          settings.key,           settings.webNames, {line.lineBytes, line.idle, line.stall, settings.resume},
+          settings.sessionLimits, settings.logIn,    std::move(trace)};
+}
+
 }  // namespace
 
 bool IsAddress(const std::string& text) { return ReadAddress(text).has_value(); }
 
-ExitCode Serve(engine::Home& home, const ServeSettings& settings,
+ExitCode Serve(engine::Home& home, const ServeSettings& given,
                std::function<void(std::string_view line)> trace) {
-  const HostAndPort address = ReadAddress(settings.line).value();
-  RequireSafety(settings, address);
+  ServeSettings settings = given;
+  if (settings.line.empty() && settings.web.empty()) settings.web = kUsualWeb;
+  for (const std::string& address : {settings.line, settings.web}) {
+    if (!address.empty()) RequireSafety(settings, address);
+  }
   RaiseFileLimit();
   const sigset_t signals = BlockEndSignals();
 
   Users users(home);
   LogInDesk desk(home, users);
   ServerSessions sessions(settings.sessionLimits);
-  LineServer server(home, users, desk, sessions,
-                    {address.host, address.port, settings.certificate, settings.key, settings.lineLimits,
-                     settings.logIn, std::move(trace)});
-  LogEvent(fmt::format("line server listens on {}{}", server.Address(),
-                       settings.certificate.empty() ? "" : " under TLS"));
+  std::optional<LineServer> lineServer;
+  std::optional<WebServer> webServer;
+  if (!settings.line.empty()) {
+    lineServer.emplace(home, users, desk, sessions, ForLineServer(settings, trace));
+    LogEvent(fmt::format("line server listens on {}{}", lineServer->Address(),
+                         settings.certificate.empty() ? "" : " under TLS"));
+  }
+  if (!settings.web.empty()) {
+    webServer.emplace(home, users, desk, sessions, ForWebServer(settings, trace));
+    LogEvent(fmt::format("web server listens on {}", webServer->Address()));
+  }
   if (users.IsEmpty())
     LogEvent("no users yet: add one with 'nvadmin user add NAME --account A,B', also while the server runs");
 
-  std::thread thread([&server] { server.Run(); });
+  std::thread lineThread([&] {
+    if (lineServer) lineServer->Run();
+  });
+  std::thread webThread([&] {
+    if (webServer) webServer->Run();
+  });
   int signal = 0;
   sigwait(&signals, &signal);
   LogEvent(fmt::format("ending on signal {}", signal == SIGTERM ? "SIGTERM" : "SIGINT"));
-  server.Stop();
-  thread.join();
+  if (lineServer) lineServer->Stop();
+  if (webServer) webServer->Stop();
+  lineThread.join();
   EndSessions(sessions, signals);
+  if (webServer) webServer->Finish();
+  webThread.join();
   LogEvent("ended");
   return ExitCode::kFine;
 }

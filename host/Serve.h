@@ -5,20 +5,28 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "engine/Home.h"
 #include "host/LinePort.h"
 #include "host/ServerSessions.h"
 #include "host/TclSession.h"
+#include "host/WebPort.h"
 
 namespace nvadmin::host {
 
+inline constexpr char kUsualWeb[] = "127.0.0.1:8080";
+
 struct ServeSettings {
-  std::string line;         // HOST:PORT of the line server, [HOST]:PORT for IPv6; port 0: one that is free
+  // HOST:PORT, [HOST]:PORT for IPv6; port 0: one that is free. Without both, the web server has kUsualWeb.
+  std::string line;
+  std::string web;
   std::string certificate;  // PEM files; both or none
   std::string key;
-  bool insecure = false;  // plain text is allowed beyond this machine
-  LineLimits lineLimits;
+  bool insecure = false;              // plain text is allowed beyond this machine
+  std::vector<std::string> webNames;  // by which browsers may know the web server
+  LineLimits lineLimits;              // for both servers, as far as both have them
+  std::chrono::seconds resume = WebLimits().resume;
   SessionLimits sessionLimits;
   std::chrono::seconds logIn{60};
 };
@@ -26,7 +34,7 @@ struct ServeSettings {
 // Whether the text is a HOST:PORT as above.
 bool IsAddress(const std::string& text);
 
-// Requires an address, and neither or both of the PEM files. Returns when a signal ended it (see RunServe).
+// Requires neither or both of the PEM files. Returns when a signal ended it (see RunServe).
 // Fails, naming what can't be used.
 ExitCode Serve(engine::Home& home, const ServeSettings& settings,
                std::function<void(std::string_view line)> trace);

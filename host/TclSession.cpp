@@ -10,6 +10,7 @@
 #include "engine/sentences/Arguments.h"
 #include "engine/sentences/Verbs.h"
 #include "host/ScreenText.h"
+#include "platform/TransferObserver.h"
 #include "session/SessionState.h"
 #include "session/basNvLibrary.h"
 
@@ -69,7 +70,9 @@ ExitCode TclSession::Run() {
   try {
     engine.emplace(home_, port_,
                    engine::SessionSettings{settings_.account, settings_.user, settings_.from,
-                                           settings_.mayEnter, settings_.onRefusedWrite});
+                                           settings_.mayEnter, settings_.onRefusedWrite, settings_.onLoad});
+    platform::ObserverOfTransfers() = {[&engine](std::string_view path) { engine->BeginLoad(path); },
+                                       [&engine] { engine->EndLoad(); }};
     TraceTo(settings_.trace);
     bp_.emplace().CallBack(&*engine);
     account_ = engine->CurrentAccount();
@@ -87,6 +90,7 @@ ExitCode TclSession::Run() {
     if (*loss.what() != '\0') Complain(loss.what());
   }
   bp_->CallBackClose();
+  platform::ObserverOfTransfers() = {};
   if (settings_.prompts) return port_.IsLost() ? ExitCode::kFailed : ExitCode::kFine;
   if (anyFailed_) return ExitCode::kFailed;
   return anyRefused_ || port_.RefusedLines() > 0 ? ExitCode::kRefusals : ExitCode::kFine;
@@ -178,7 +182,10 @@ TclSession::Outcome TclSession::ServeSentence(engine::EngineSession& engine, std
   if (!failureText.empty() && !port_.IsLost() && !HasHungUp()) {
     if (settings_.onFailure) settings_.onFailure(failureText);
     // What failed may have left a form on the screen.
-    if (port_.ShowsPages()) PrintLine("<TERMINAL>");
+    if (port_.ShowsPages()) {
+      port_.EndOpenLine();
+      port_.WriteMessage("<TERMINAL>", /*lineEnd=*/true);
+    }
     PrintLine(failureText);
   }
   return outcome;
@@ -227,6 +234,7 @@ void TclSession::LendAgainAfterLogto(engine::EngineSession& engine) {
   if (IsSameAccount(engine.CurrentAccount(), account_)) return;
   bp_->CallBack(&engine);
   account_ = engine.CurrentAccount();
+  port_.ShowAccount(account_.name);
 }
 
 void TclSession::PrintLine(std::string_view text) {

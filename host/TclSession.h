@@ -37,6 +37,7 @@ struct TclSettings {
   std::string from;
   std::function<bool(std::string_view account)> mayEnter;
   std::function<void(const engine::RefusedWrite&)> onRefusedWrite;
+  std::function<void(std::string_view line)> onLoad;
   // Takes each failure that left the add-in or the engine, which the port shows too, and why a session
   // couldn't begin, which it doesn't. Empty: the latter goes to standard error.
   std::function<void(std::string_view failure)> onFailure;

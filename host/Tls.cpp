@@ -113,4 +113,6 @@ std::unique_ptr<Connection> TlsServer::Accept(int socket) const {
   return std::make_unique<TlsConnection>(socket, context_->tls);
 }
 
+ssl_ctx_st* TlsServer::NativeContext() const { return context_->tls; }
+
 }  // namespace nvadmin::host

@@ -137,14 +137,26 @@ CLI::Option* AddCount(CLI::App& command, const char* name, std::size_t& count, c
 }
 
 void AddServeCommand(CLI::App& app, Given& given) {
-  CLI::App* serve = app.add_subcommand("serve", "Serve terminals and client programs over the network");
+  CLI::App* serve = app.add_subcommand(
+      "serve",
+      "Serve browsers, terminals and client programs over the network (alone: --web 127.0.0.1:8080)");
   nvadmin::host::ServeSettings& settings = given.serve;
-  serve->add_option("--line", settings.line, "The line server's address; port 0 takes one that is free")
+  const auto isAddress = [](const std::string& text) {
+    return nvadmin::host::IsAddress(text) ? "" : "write HOST:PORT, for instance 127.0.0.1:7023";
+  };
+  serve
+      ->add_option("--line", settings.line,
+                   "The address for terminals and client programs; port 0 takes one that is free")
       ->type_name("HOST:PORT")
-      ->check([](const std::string& text) {
-        return nvadmin::host::IsAddress(text) ? "" : "write HOST:PORT, for instance 127.0.0.1:7023";
-      })
-      ->required();
+      ->check(isAddress);
+  serve->add_option("--web", settings.web, "The address for browsers")
+      ->type_name("HOST:PORT")
+      ->check(isAddress);
+  serve
+      ->add_option("--web-name", settings.webNames,
+                   "A name by which browsers may know the server; may be given more than once")
+      ->type_name("NAME")
+      ->allow_extra_args(false);
   CLI::Option* certificate =
       serve->add_option("--tls-cert", settings.certificate, "Serve under TLS: the certificate chain, PEM")
           ->type_name("FILE");
@@ -160,6 +172,8 @@ void AddServeCommand(CLI::App& app, Given& given) {
   AddSeconds(*serve, "--idle", settings.lineLimits.idle, "End a session that waits this long for a line");
   AddSeconds(*serve, "--stall", settings.lineLimits.stall,
              "End a session whose client takes nothing for this long");
+  AddSeconds(*serve, "--resume", settings.resume,
+             "Keep the session of a page that lost its connection this long");
   AddSeconds(*serve, "--log-in", settings.logIn, "Time for a log-in");
   AddCount(*serve, "--max-sessions", settings.sessionLimits.all, "Most sessions at once");
   AddCount(*serve, "--max-sessions-per-address", settings.sessionLimits.perAddress,

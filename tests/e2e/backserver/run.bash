@@ -1,4 +1,5 @@
-# Sourced behind common.bash by the tests of the server: accounts and users for backserver/*_test.py.
+# Sourced behind common.bash by the tests of the servers: accounts and users for backserver/*_test.py and
+# web/*_test.py.
 # run_python MODULE... [UNITTEST-ARGUMENT...]
 sources=$(readlink -f "$(dirname "$0")/../..")
 
@@ -11,7 +12,7 @@ for entry in ann:DEMO bob:SHOP,NATIVE; do
 done
 
 run_python() {
-  NVADMIN=$program NVADMIN_HOME=$home PYTHONPATH=$sources/client:$sources/tests/e2e/backserver \
+  NVADMIN=$program NVADMIN_HOME=$home PYTHONPATH=$sources/client:$sources/tests/e2e/backserver:$sources/tests/e2e/web \
     python3 -B -m unittest "$@" 2>&1
   expect_equal "exit code of the Python tests" $? 0
 }

@@ -1,0 +1,41 @@
+// What may go to the terminal, and what may come from it. Pure.
+//
+// Only CR LF acts on the screen. Every other control character shows as its picture, the unassigned
+// characters of the code page (which a terminal would take for control strings) as U+FFFD, and the marks as ^
+// ] \.
+
+const kMarks = { "\u00FE": "^", "\u00FD": "]", "\u00FC": "\\" };
+const kUnassigned = "\u0081\u008D\u008F\u0090\u009D";
+const kBeyondLatin1 = "€‚ƒ„…†‡ˆ‰Š‹ŒŽ‘’“”•–—˜™š›œžŸ";
+const kControls = /\r\n|[\u0000-\u001F\u007F-\u009F\u00FC-\u00FE]/g;
+const kDelete = "\u007F";
+const kPictures = 0x2400;
+
+export function safeScreenText(text) {
+  return text.replace(kControls, (found) => {
+    if (found === "\r\n") return found;
+    if (found === kDelete) return "\u2421";
+    return (
+      kMarks[found] ?? (found > kDelete ? "\uFFFD" : String.fromCharCode(kPictures + found.charCodeAt(0)))
+    );
+  });
+}
+
+function isInCodePage(character) {
+  const code = character.codePointAt(0);
+  if (code < 0x80 || (code >= 0xa0 && code <= 0xff)) return true;
+  return kUnassigned.includes(character) || kBeyondLatin1.includes(character);
+}
+
+// The first character that the session's code page (Windows-1252) doesn't have; empty when it has them all.
+export function foreignCharacter(text) {
+  for (const character of text) if (!isInCodePage(character)) return character;
+  return "";
+}
+
+// A sentence that names the character and what can be done.
+export function foreignCharacterText(character) {
+  const code = character.codePointAt(0).toString(16).toUpperCase().padStart(4, "0");
+  const name = `${character} (U+${code})`;
+  return `The character ${name} isn't in the code page Windows-1252 and can't be sent. Leave it out.`;
+}
