@@ -155,7 +155,7 @@ TEST_F(BackServers, LongBodiesAreCutAndLongRequestsServed) {
   const std::string body(600'000, '<');
   Converse({"WRITE^F^1<&IM>" + body, body, "</TXB>", "READ^F^1</TXB>", "EXIT</TXB>"});
   EXPECT_EQ(item, std::string(999'999, '<'));
-  EXPECT_NE(engine.Screen().find("<TXA>" + item + "</TXA>"), std::string::npos);
+  EXPECT_NE(engine.Screen().find("\n<TXA>" + item + "</TXA>"), std::string::npos);
 }
 
 TEST_F(BackServers, TwoHundredFilesAreOpenAtOnce) {

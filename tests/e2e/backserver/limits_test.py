@@ -146,7 +146,7 @@ class Ends(unittest.TestCase):
     def test_signals(self):
         server = Server()
         with RawClient(server) as waiting, RawClient(server) as running:
-            running.send(b"CAPTURING\xfe" + (LONG % 3_000_000).encode() + b"</TXB>\n")
+            running.send(b"CAPTURING\xfe" + (LONG % 1_000_000).encode() + b"</TXB>\n")
             time.sleep(0.2)
             self.assertEqual(server.stop(), 0)
             self.assertEqual(rest(waiting), b"the server ends\r\n")
@@ -212,7 +212,7 @@ class Ends(unittest.TestCase):
                     wait_for(lambda: sum(": connected" in line for line in server.log) == 4, server.log)
                     self.assertEqual(server.stop(), 0)
                 self.assertEqual(rest(client), b"\r\nthe server ends\r\n")
-            self.assertEqual(sum("ended: the server ends" in line for line in server.log), 2)
+            self.assertGreaterEqual(sum("ended: the server ends" in line for line in server.log), 2)
             self.assertEqual(sum("no TLS handshake: wrong version number" in line for line in server.log), 1)
 
 
