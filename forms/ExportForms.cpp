@@ -5,14 +5,14 @@
 namespace nvadmin {
 
 void AddExportSource(std::vector<FormElement>& elements) {
-  AddHead(elements, "Vantero", "EXPORT from Item/Record to TransferItem");
+  AddHead(elements, kItemFormWord, "EXPORT from Item/Record to TransferItem");
   elements.push_back({Builder::kLabel, 1, 4, 0, "From:"});
   AddLabelledField(elements, kExportFrom, 6, "Account/Database", EExecute("SYSTEM ACCOUNT"), "fx2");
   AddLabelledField(elements, kExportFrom, 8, "File/Table", "", "fx3");
 }
 
-void TellReadFailed() {
-  PrintWords({"MSGBOX|Item Read from database fails.  System message(if any): '", ErrorDetail(), "'"});
+void TellReadFailed(std::string_view reason) {
+  PrintWords({"MSGBOX|Item Read from database fails.  System message(if any): '", reason, "'"});
 }
 
 }  // namespace nvadmin

@@ -13,7 +13,7 @@ inline constexpr std::string_view kOtherFileAdvice = "  Please try another one."
 
 // The head, "From:", and the fields of account and file.
 void AddExportSource(std::vector<FormElement>& elements);
-// Tells that an item or a list can't be read, with the engine's reason.
-void TellReadFailed();
+// Tells that an item or a list can't be read.
+void TellReadFailed(std::string_view reason);
 
 }  // namespace nvadmin

@@ -60,7 +60,7 @@ void EnterFileName(ExportForm& form, const std::string& value) {
 void ExportFile(ExportForm& form, const std::string& /*value*/) {
   if (!FileIsOpenOrReply(form.SourceName, form.SourceVar, kOtherFileAdvice)) return;
   std::string item;
-  if (!RREAD(item, form.SourceVar, form.ItemId)) return TellReadFailed();
+  if (!RREAD(item, form.SourceVar, form.ItemId)) return TellReadFailed(RefusalOf(form.ItemId));
   OpenTransferFolder(kTransferItem).WriteFile(form.ToFile, FileTextOfItem(item));
   PrintWords({"MSGBOX|Item/Record '", form.ItemId, "' exported."});
   form.ToFile.clear();

@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "forms/ExportForms.h"
@@ -74,8 +75,9 @@ void WriteItems(const ExportManyForm& form, std::int32_t items) {
   std::string item;
   for (std::int32_t row = 1; row <= items; ++row) {
     const std::string id = ListItem(0, row);
-    RREAD(item, form.SourceVar, id);
-    if (std::string reason = ErrorDetail(); !reason.empty()) {
+    const bool isRead = RREAD(item, form.SourceVar, id);
+    // A read from the item cache leaves the text of the item before.
+    if (std::string reason = ErrorDetail(); !isRead && !reason.empty()) {
       item = std::move(reason);
       ++errors;
     }
@@ -88,7 +90,7 @@ void WriteItems(const ExportManyForm& form, std::int32_t items) {
 void RunExport(ExportManyForm& form) {
   const std::string_view query = Trim(form.Query);
   if (query.empty() || query == "*") form.Query = Concat({"SELECT ", form.SourceName});
-  if (EExecute(form.Query) == "ERROR") return TellReadFailed();
+  if (EExecute(form.Query) == "ERROR") return TellReadFailed(ErrorDetail());
   const std::int32_t items = ListCount(2);
   if (items > kMostItemsUnasked && !UserAgrees(items)) return PrintWords({"MSGBOX|Export Cancelled"});
   WriteItems(form, items);

@@ -1,5 +1,7 @@
 #include "forms/FormExchange.h"
 
+#include <utility>
+
 #include "session/SessionState.h"
 #include "session/Text.h"
 #include "session/basNvLibrary.h"
@@ -8,30 +10,12 @@ namespace nvadmin {
 
 namespace {
 
-constexpr std::string_view kTitleClass = "title1";
-constexpr std::string_view kButtonClass = "<button>";
 constexpr double kFieldWidth = 25;
 constexpr double kButtonWidth = 5;
 constexpr double kButtonStep = 6;
 
 void TellInvalidFile(std::string_view name, std::string_view wordsBefore, std::string_view advice) {
   PrintWords({wordsBefore, "MSGBOX|'", name, "' is not a valid File/Table.", advice});
-}
-
-using BuilderRoutine = void (*)(const FieldArgument&, const FieldArgument&, const FieldArgument&,
-                                const FieldArgument&, const FieldArgument&, const FieldArgument&,
-                                const FieldArgument&, const FieldArgument&, std::string&);
-
-BuilderRoutine RoutineOf(Builder builder) {
-  switch (builder) {
-    case Builder::kInput:
-      return FieldInput;
-    case Builder::kLabel:
-      return FieldLabel;
-    case Builder::kLink:
-      return FieldLink;
-  }
-  return nullptr;
 }
 
 }  // namespace
@@ -60,8 +44,8 @@ std::string DrawElements(std::span<const FormElement> elements) {
   constexpr double kDefaultHeight = 0;
   std::string markup;
   for (const FormElement& element : elements) {
-    RoutineOf(element.builder)(element.column, element.row, element.width, kDefaultHeight, element.text,
-                               element.id, element.styleClass, element.extra, markup);
+    element.build(element.column, element.row, element.width, kDefaultHeight, element.text, element.id,
+                  element.styleClass, element.extra, markup);
   }
   return markup;
 }
@@ -115,8 +99,9 @@ bool FileIsOpenOrReply(std::string& fileName, std::string& fileVar, std::string_
   return false;
 }
 
-void ShowPage(std::string_view page) {
-  PPrint(page, /*lineEnd=*/true);
+std::string RefusalOf(std::string_view itemId) { return itemId.empty() ? std::string() : ErrorDetail(); }
+
+void AwaitPageReply() {
   std::string reply;
   IInput(reply);
   PPrint(kTerminal, /*lineEnd=*/true);

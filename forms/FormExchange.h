@@ -67,11 +67,19 @@ void PrintWords(std::initializer_list<std::string_view> pieces);
 
 // --- Drawing ---
 
-enum class Builder { kInput, kLabel, kLink };
+using BuilderRoutine = decltype(&FieldInput);
+struct Builder {
+  static constexpr BuilderRoutine kInput = FieldInput;
+  static constexpr BuilderRoutine kLabel = FieldLabel;
+  static constexpr BuilderRoutine kLink = FieldLink;
+};
+
+inline constexpr std::string_view kTitleClass = "title1";
+inline constexpr std::string_view kButtonClass = "<button>";
 
 // One element of a form: the builder and its arguments; those left out are 0 or empty.
 struct FormElement {
-  Builder builder;
+  BuilderRoutine build;
   double column;
   double row;
   double width = 0;
@@ -84,7 +92,8 @@ struct FormElement {
 // The markup of the elements, in their order.
 std::string DrawElements(std::span<const FormElement> elements);
 
-// The three titles of row 0.
+inline constexpr std::string_view kItemFormWord = "Vantero";
+// The three titles of row 0. `formWord` stands first.
 void AddHead(std::vector<FormElement>& elements, std::string_view formWord, std::string_view title);
 // Where a label, its colon and its field stand in a row.
 struct FieldColumns {
@@ -115,10 +124,14 @@ bool OpenFileField(std::string name, std::string& fileName, std::string& fileVar
 // now and the button wants to be pressed again. `advice` ends the message about a file that doesn't open.
 bool FileIsOpenOrReply(std::string& fileName, std::string& fileVar, std::string_view advice = {});
 
+// The engine's reason why an item can't be read or written, right after the attempt. An empty ID is refused
+// without asking the engine, and has none.
+std::string RefusalOf(std::string_view itemId);
+
 // --- Pages ---
 
-// Shows a page that is complete from kTxStart to kTxEnd, waits for any reply, and gives the terminal
-// back.
-void ShowPage(std::string_view page);
+// Waits for any reply to the page that was printed, and gives the terminal back. A user may leave a page open
+// for hours: what it was made of should be gone by then.
+void AwaitPageReply();
 
 }  // namespace nvadmin

@@ -34,7 +34,7 @@ std::string FileSelect(const std::vector<std::string>& names) {
 std::string Draw(const std::vector<std::string>& names) {
   constexpr FieldColumns kTo = {32, 47, 49};
   std::vector<FormElement> elements;
-  AddHead(elements, "Vantero", "IMPORT from TransferItem to Item/Record");
+  AddHead(elements, kItemFormWord, "IMPORT from TransferItem to Item/Record");
   elements.push_back({Builder::kLabel, 1, 4, 0, "From  TransferItem:"});
   elements.push_back({Builder::kLabel, 1, 6, 25, FileSelect(names)});
   elements.push_back({Builder::kLabel, 32, 4, 0, "To:"});
@@ -67,7 +67,8 @@ void EnterItemId(ImportForm& form, const std::string& value) {
 }
 
 void TellWriteFailed(const ImportForm& form) {
-  const std::string reason = ErrorDetail();
+  // Asked for first: the sentence below, a success, empties it.
+  const std::string reason = RefusalOf(form.ItemId);
   PrintWords(
       {"MSGBOX|Write failed.  This is usually because the TransferItem has data attributes which "
        "mismatch, eg are too long for, the defined columns we are trying to write into.  '",

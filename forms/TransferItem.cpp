@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "session/Marks.h"
 #include "session/Text.h"
@@ -22,20 +23,10 @@ constexpr std::array<MarkWord, 3> kMarkWords = {{
 }};
 constexpr std::string_view kMarkWordStart = "<&";
 
-std::string WithAttributeMarks(std::string_view text) {
-  const bool endsByLf =
-      text.find('\r') == std::string_view::npos && text.find('\n') != std::string_view::npos;
-  const char lineEnd = endsByLf ? '\n' : '\r';
-  std::string item;
-  item.reserve(text.size());
-  for (char byte : text) {
-    if (byte == lineEnd) {
-      item += AttributeMark;
-    } else if (byte != '\n') {
-      item += byte;
-    }
-  }
-  return item;
+void EndLinesByMarks(std::string& text) {
+  const bool endsByLf = text.find('\r') == std::string::npos && text.find('\n') != std::string::npos;
+  if (!endsByLf) std::erase(text, '\n');
+  std::replace(text.begin(), text.end(), endsByLf ? '\n' : '\r', AttributeMark.front());
 }
 
 // The row whose word the text begins with; null when there is none.
@@ -46,24 +37,32 @@ const MarkWord* MarkWordAt(std::string_view text) {
   return found == kMarkWords.end() ? nullptr : &*found;
 }
 
-// No word can come about by the replacement of another, so one pass does for all three.
-std::string WithMarks(std::string_view text) {
-  std::string item;
-  item.reserve(text.size());
+// No word can come about by the replacement of another, so one pass does for all three. What is written is
+// never longer than what was read, so it stays behind the reading.
+void PutMarksForWords(std::string& text) {
+  std::string_view rest = text;
+  char* end = text.data();
   while (true) {
-    const std::size_t at = text.find(kMarkWordStart);
-    item += text.substr(0, at);
-    if (at == std::string_view::npos) return item;
-    text.remove_prefix(at);
-    const MarkWord* row = MarkWordAt(text);
-    item += row != nullptr ? row->mark : kMarkWordStart;
-    text.remove_prefix(row != nullptr ? row->word.size() : kMarkWordStart.size());
+    const std::size_t plain = std::min(rest.find(kMarkWordStart), rest.size());
+    std::memmove(end, rest.data(), plain);
+    end += plain;
+    rest.remove_prefix(plain);
+    if (rest.empty()) break;
+    const MarkWord* row = MarkWordAt(rest);
+    const std::string_view put = row != nullptr ? row->mark : kMarkWordStart;
+    end = std::copy(put.begin(), put.end(), end);
+    rest.remove_prefix(row != nullptr ? row->word.size() : kMarkWordStart.size());
   }
+  text.resize(static_cast<std::size_t>(end - text.data()));
 }
 
 }  // namespace
 
-std::string ItemOfFileText(std::string_view text) { return WithMarks(WithAttributeMarks(text)); }
+std::string ItemOfFileText(std::string text) {
+  EndLinesByMarks(text);
+  PutMarksForWords(text);
+  return text;
+}
 
 std::string FileTextOfItem(std::string_view item) {
   const auto marks = std::count(item.begin(), item.end(), AttributeMark.front());

@@ -14,8 +14,8 @@
 
 namespace nvadmin {
 
-// The item that a file's text holds, and the text of a file for an item.
-std::string ItemOfFileText(std::string_view text);
+// The item that a file's text holds, made in the place of the text, and the text of a file for an item.
+std::string ItemOfFileText(std::string text);
 std::string FileTextOfItem(std::string_view item);
 
 // A folder of the system by its name, TransferItem or TransferBulk. Asks for the system's path each time.

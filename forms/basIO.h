@@ -5,8 +5,9 @@
 
 namespace nvadmin {
 
-// Writes a file of the folder TransferItem as one item. An ID that was never entered, nor proposed by picking
-// another file than the first, makes the write fail, and the form says so.
+// Writes a file of the folder TransferItem as one item. A folder without files is told of; one that is
+// missing is a failure, and ends the menu. An ID that was never entered, nor proposed by picking another file
+// than the first, makes the write fail, and the form says so.
 void ImportItem();
 
 // Writes one item as a file of the folder TransferItem, in the place of one of the same name.

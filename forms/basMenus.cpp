@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "bulk/BulkLoad.h"
@@ -33,10 +34,10 @@ constexpr std::array<MenuLink, 4> kLinks = {{
 std::string Draw() {
   constexpr double kLinkColumn = 6;
   std::vector<FormElement> elements = {
-      {Builder::kLabel, 1, 0, 0, Session().CurrentAccount, "", "title1"},
-      {Builder::kLabel, 30, 0, 19, "Admin Menu", "", "title1"},
-      {Builder::kLabel, 70, 0, 0, EExecute("USER 0"), "", "title1"},
-      {Builder::kInput, 70, 1.5, 7, "Exit", kExitButton, "<button>"},
+      {Builder::kLabel, 1, 0, 0, Session().CurrentAccount, "", kTitleClass},
+      {Builder::kLabel, 30, 0, 19, "Admin Menu", "", kTitleClass},
+      {Builder::kLabel, 70, 0, 0, EExecute("USER 0"), "", kTitleClass},
+      {Builder::kInput, 70, 1.5, 7, "Exit", kExitButton, kButtonClass},
   };
   for (const MenuLink& link : kLinks) {
     elements.push_back({Builder::kLink, kLinkColumn, link.row, 0, std::string(link.text), link.id});

@@ -1,8 +1,9 @@
 #include "forms/basNvWebM.h"
 
+#include <algorithm>
 #include <array>
-#include <charconv>
-#include <cstdio>
+#include <initializer_list>
+#include <limits>
 
 #include "session/Text.h"
 #include "session/basNvFunctions.h"
@@ -15,17 +16,7 @@ constexpr double kColumnPixels = 9;
 constexpr double kRowPixels = 22;
 constexpr std::size_t kDefaultWidth = 12;
 constexpr double kDefaultLabelHeight = 0.9;
-constexpr int kSignificantDigits = 15;
-
-// Up to 15 significant digits, without an exponent and without trailing zeros.
-std::string DecimalText(double number) {
-  std::array<char, 400> text{};
-  std::snprintf(text.data(), text.size(), "%.*g", kSignificantDigits, number);
-  if (std::string_view(text.data()).find('e') != std::string_view::npos) {
-    std::snprintf(text.data(), text.size(), "%.0f", number);
-  }
-  return text.data();
-}
+constexpr double kMostUnits = std::numeric_limits<double>::max() / kRowPixels;  // finite in pixels too
 
 std::string Pixels(double units, double pixelsPerUnit) { return DecimalText(units * pixelsPerUnit) + "px"; }
 
@@ -81,13 +72,7 @@ std::string InputType(const InputKind* kind, const std::string& styleClass) {
 
 FieldArgument::FieldArgument(double number) : text_(DecimalText(number)) {}
 
-double FieldArgument::Number() const {
-  std::string_view digits = LeadingNumber(text_);
-  if (digits.starts_with('+')) digits.remove_prefix(1);
-  double number = 0;
-  std::from_chars(digits.data(), digits.data() + digits.size(), number);
-  return number;
-}
+double FieldArgument::Number() const { return std::clamp(LeadingDouble(text_), -kMostUnits, kMostUnits); }
 
 bool FieldArgument::IsGiven() const { return CCompare(text_, ">", ""); }
 

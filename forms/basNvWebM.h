@@ -6,14 +6,13 @@
 // and script functions that the markup names are the page's to supply.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 
 namespace nvadmin {
 
-// An argument of a builder: a number or a text. A text counts as the number that it begins with, and 0
-// without one.
+// An argument of a builder: a finite number or a text. A text counts as the number that it begins with, and 0
+// without one; numbers that aren't finite in pixels are held at the last one that is.
 class FieldArgument {
  public:
   FieldArgument(double number);

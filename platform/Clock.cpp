@@ -9,11 +9,7 @@ float SecondsSinceMidnight() {
   const auto now = std::chrono::system_clock::now();
   const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
   std::tm local{};
-#ifdef _WIN32
-  localtime_s(&local, &seconds);
-#else
   localtime_r(&seconds, &local);
-#endif
   const std::chrono::duration<float> fraction = now - std::chrono::system_clock::from_time_t(seconds);
   return static_cast<float>(local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec) + fraction.count();
 }

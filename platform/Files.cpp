@@ -14,6 +14,9 @@ namespace nvadmin::platform {
 
 namespace {
 
+constexpr std::size_t kLongestPath = 4096;  // that a system takes
+constexpr std::size_t kToldOfLonger = 200;
+
 void AppendCharacter(std::string& out, char32_t point) {
   const auto byte = [](char32_t bits) { return static_cast<char>(bits); };
   if (point < 0x80) {
@@ -53,7 +56,8 @@ bool TakeByte(std::string_view& onDisk, char& byte) {
 
 void Fail(std::string_view what, std::string_view path, std::string_view why) {
   std::string text = std::string(what).append(" '");
-  for (char byte : path) {
+  const bool isTooLong = path.size() > kLongestPath;
+  for (char byte : path.substr(0, isTooLong ? kToldOfLonger : path.size())) {
     // A failure's text ends at a NUL.
     if (byte == '\0') {
       text += "<NUL>";
@@ -61,7 +65,8 @@ void Fail(std::string_view what, std::string_view path, std::string_view why) {
       text += byte;
     }
   }
-  throw EngineFailure(text.append("': ").append(why));
+  text += isTooLong ? "...' (" + std::to_string(path.size()) + " characters): " : "': ";
+  throw EngineFailure(text.append(why));
 }
 
 void FailBySystem(std::string_view what, std::string_view path, int number) {

@@ -9,7 +9,8 @@ namespace nvadmin::platform {
 
 inline constexpr char kSeparator = '\\';
 
-// "WHAT 'PATH': WHY", and the same with the system's text for an error number.
+// "WHAT 'PATH': WHY", of a path that is too long for any system its first 200 characters and its length; and
+// the same with the system's text for an error number.
 [[noreturn]] void Fail(std::string_view what, std::string_view path, std::string_view why);
 [[noreturn]] void FailBySystem(std::string_view what, std::string_view path, int number);
 

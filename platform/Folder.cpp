@@ -29,7 +29,6 @@ using platform::ReadSome;
 
 constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0600;
-constexpr std::size_t kReadBytes = 65'536;
 constexpr std::size_t kMostFileBytes = 1'000'000'000;
 
 // A further handle of an open folder.
@@ -166,8 +165,13 @@ std::string Folder::ReadFile(std::string_view name) const {
              std::to_string(kMostFileBytes));
   }
   std::string text;
-  text.reserve(length + 1);
-  while (ReadSome(file, place.path, std::max(kReadBytes, text.capacity() - text.size()), text) > 0) {
+  text.reserve(length);
+  while (text.size() < length) {
+    if (ReadSome(file, place.path, length - text.size(), text) == 0) {
+      Fail("can't read the file", place.path,
+           "it ends at byte " + std::to_string(text.size()) + ", and was " + std::to_string(length) +
+               " bytes long when it was opened");
+    }
   }
   return text;
 }

@@ -18,7 +18,6 @@ namespace {
 
 constexpr std::int32_t kMostItems = 500;
 constexpr std::int32_t kMostRows = 500;
-constexpr std::string_view kRowLimit = "SELECT TOP 500 ";
 
 constexpr std::string_view kCloseButton =
     "<input type=button id=fx1 value=CLOSE onClick=JSCRIPT:EProcess(this);  style=font-Weight:bold>";
@@ -50,7 +49,9 @@ std::string LimitedQuery(const std::string& sentence) {
   constexpr std::string_view kSelect = "SELECT ";
   std::string query = sentence;
   const std::size_t at = FindInAnyCase(query, kSelect);
-  if (at != std::string::npos) query.replace(at, kSelect.size(), kRowLimit);
+  if (at != std::string::npos) {
+    query.replace(at, kSelect.size(), Concat({"SELECT TOP ", std::to_string(kMostRows), " "}));
+  }
   return query;
 }
 
@@ -58,9 +59,10 @@ void AddQueryHeading(StringBuilder& page, std::string_view sentence, std::int32_
   if (rows < kMostRows) {
     page.Append(Concat({CrLf, "<h3>\"", sentence, "\"<br>Rows found = ", std::to_string(rows), "</h3>"}));
   } else {
-    page.Append(Concat({CrLf, "<h3>Your query: \"", sentence,
-                        "\" is very general and so NorvoEngine has added a LIMIT of 500 rows.  ",
-                        "You need to use a WHERE clause to get a more focussed result.</h3>"}));
+    page.Append(
+        Concat({CrLf, "<h3>Your query: \"", sentence,
+                "\" is very general and so NorvoEngine has added a LIMIT of ", std::to_string(kMostRows),
+                " rows.  You need to use a WHERE clause to get a more focussed result.</h3>"}));
   }
 }
 
@@ -92,9 +94,7 @@ void AddQueryTable(StringBuilder& page, std::int32_t rows) {
   page.Append("</table>");
 }
 
-}  // namespace
-
-void ReportPage() {
+void PrintReportPage() {
   const std::string sentence = Session().CmdSentenceText;
   std::string body;
   std::string message;
@@ -111,10 +111,10 @@ void ReportPage() {
   page.Append("</div>");
   page.Append(body);
   page.Append(kTxEnd);
-  ShowPage(page.View());
+  PPrint(page.View(), /*lineEnd=*/true);
 }
 
-void QueryPage() {
+void PrintQueryPage() {
   const std::string sentence = Session().CmdSentenceText;
   const std::string query = LimitedQuery(sentence);
   StringBuilder page;
@@ -131,7 +131,21 @@ void QueryPage() {
     AddQueryTable(page, rows);
   }
   page.Append(kTxEnd);
-  ShowPage(page.View());
+  PPrint(page.View(), /*lineEnd=*/true);
+}
+
+}  // namespace
+
+// Each page is gone before the wait for its user.
+
+void ReportPage() {
+  PrintReportPage();
+  AwaitPageReply();
+}
+
+void QueryPage() {
+  PrintQueryPage();
+  AwaitPageReply();
 }
 
 }  // namespace nvadmin

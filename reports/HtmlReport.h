@@ -13,7 +13,7 @@ namespace nvadmin {
 // text for the caller to show, empty when all went well. `mode` is "HTML", the only form there is. `limit`:
 // most items shown, below 1 no limit; a report that reaches it gets a message, also when no further item
 // would have followed. Returns the engine's reply. A total that leaves its range is a failure that names the
-// column.
+// column. A report without columns under ID-SUPP has a row without cells for the heading and for each item.
 std::string HtmlReport(std::string_view sentence, std::string& body, std::string& message,
                        std::string_view mode, std::int32_t limit);
 

@@ -13,10 +13,9 @@ class StringBuilder {
 
   // A copy of the text so far.
   std::string toString() const { return Buffer; }
-  // The same, lent until the next Append.
-  std::string_view View() const { return Buffer; }
-
   void Append(std::string_view text) { Buffer.append(text); }
+  // The text so far, lent until the next Append.
+  std::string_view View() const { return Buffer; }
 
  private:
   static constexpr std::size_t kFirstCapacity = 10'000;

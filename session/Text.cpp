@@ -1,6 +1,9 @@
 #include "session/Text.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
+#include <cmath>
 #include <limits>
 
 namespace nvadmin {
@@ -86,6 +89,42 @@ std::int32_t LeadingWholeNumber(std::string_view text) {
   return static_cast<std::int32_t>(digits.starts_with('-') ? -number : number);
 }
 
+double LeadingDouble(std::string_view text) {
+  std::string_view digits = LeadingNumber(text);
+  if (digits.starts_with('+')) digits.remove_prefix(1);
+  double number = 0;
+  const auto read =
+      std::from_chars(digits.data(), digits.data() + digits.size(), number, std::chars_format::fixed);
+  if (read.ec != std::errc::result_out_of_range) return number;
+  const std::string_view whole = digits.substr(0, digits.find('.'));
+  if (whole.find_first_of("123456789") == std::string_view::npos) return 0;
+  return digits.starts_with('-') ? -HUGE_VAL : HUGE_VAL;
+}
+
 bool IsNumber(std::string_view text) { return !text.empty() && NumberEnd(text, 0) == text.size(); }
+
+std::string DecimalText(double number) {
+  constexpr int kSignificantDigits = 15;
+  if (number == 0) return "0";
+
+  std::array<char, 32> text{};  // one digit, a point, fourteen digits, e, a sign and up to three digits
+  const auto end = std::to_chars(text.data(), text.data() + text.size(), std::abs(number),
+                                 std::chars_format::scientific, kSignificantDigits - 1);
+  const std::string_view written(text.data(), static_cast<std::size_t>(end.ptr - text.data()));
+  const std::size_t mark = written.find('e');
+  std::string digits = Concat({written.substr(0, 1), written.substr(2, mark - 2)});
+  digits.erase(digits.find_last_not_of('0') + 1);
+  const std::int32_t exponent = LeadingWholeNumber(written.substr(mark + 1));
+
+  const auto size = static_cast<std::int32_t>(digits.size());
+  if (exponent < 0) {
+    digits.insert(0, "0." + std::string(static_cast<std::size_t>(-exponent - 1), '0'));
+  } else if (exponent >= size - 1) {
+    digits.append(static_cast<std::size_t>(exponent - size + 1), '0');
+  } else {
+    digits.insert(static_cast<std::size_t>(exponent) + 1, ".");
+  }
+  return number < 0 ? "-" + digits : digits;
+}
 
 }  // namespace nvadmin

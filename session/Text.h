@@ -25,7 +25,12 @@ std::string Concat(std::initializer_list<std::string_view> pieces);
 std::string_view LeadingNumber(std::string_view text);
 // The leading number as a whole number, a fraction cut off; 0 without one. Held within the range of the type.
 std::int32_t LeadingWholeNumber(std::string_view text);
+// The leading number, 0 without one; infinite beyond the range of the type.
+double LeadingDouble(std::string_view text);
 // Whether the whole text is a number: an optional sign, digits with at most one point, at least one digit.
 bool IsNumber(std::string_view text);
+// The ordinary decimal form of a finite number: up to 15 significant digits, without an exponent and without
+// zeros at the end of a fraction.
+std::string DecimalText(double number);
 
 }  // namespace nvadmin

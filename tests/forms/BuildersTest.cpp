@@ -1,6 +1,7 @@
 // The field builders: markup to the blank.
 #include "forms/basNvWebM.h"
 
+#include "session/Text.h"
 #include "tests/support/ScriptedSession.h"
 
 namespace nvadmin::test {
@@ -16,6 +17,10 @@ TEST_F(Builders, Table) {
     FieldArgument column, row, width, height, text, id, styleClass, extra;
     std::string_view want;
   };
+  const std::string huge(309, '9');
+  const std::string far =
+      Concat({"<div class=\"label1\"  style=\"top:-179769313486232", std::string(294, '0'),
+              "px; left:735419918807311", std::string(293, '0'), "px; height:22px; width:9px\">x</div>"});
   const Row rows[] = {
       {"button of the menu: half a row", FieldInput, 70, 1.5, 7, 0, "Exit", "bx2", "<button>", "",
        "<input type=button id=bx2  style=\"top:33px; left:630px; width:63px\" class=\"button1\" "
@@ -33,6 +38,11 @@ TEST_F(Builders, Table) {
       {"any other class is the type", FieldInput, "2.5x", "no", "10", "1", "", "", "password", "",
        "<input type=password  style=\"top:0px; left:22.5px; width:90px\" class=\"password\" "
        "onChange=\"JSCRIPT:EProcess(this);\"></input>"},
+      {"decimals of 15 digits, without an exponent", FieldInput, 1e-7, "-0", 1234567890123456789.0, 1, "", "",
+       "", "",
+       "<input type=text  style=\"top:0px; left:0.0000009px; width:11111111011111100000px\" class=\"field1\" "
+       "onChange=\"JSCRIPT:EProcess(this);\"></input>"},
+      {"numbers beyond the range", FieldLabel, huge, "-" + huge, 1, 1, "x", "", "", "", far},
       {"text area", FieldInput, 1, 2, 30, 4, "a\"b", "fx3", "", "",
        "<textarea id=fx3 cols=\"30\" rows=\"4\" wrap=\"physical\"  style=\"top:44px; left:9px\" "
        "class=\"field1\" "

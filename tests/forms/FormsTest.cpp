@@ -1,5 +1,5 @@
 // The forms of the Admin Menu as a browser sees them: every frame and every answer, on a scripted engine and
-// a real folder. The drawing of each form stands in menu.txt, and "..." in the other transcripts.
+// a real folder. The drawing of each form stands in golden/drawn.txt; in the other transcripts it is "...".
 #include <filesystem>
 
 #include "session/Text.h"
@@ -98,6 +98,8 @@ TEST_F(Forms, ExportOne) {
   EXPECT_EQ(folder.Text("TransferItem/kept"),
             "Ada\r\n5\xFD"
             "6\r\n");
+  for (int call = 0; call < 10; ++call) engine.NextCalls("WriteOutput", {{.detail = "of an earlier call"}});
+  EXPECT_NE(InForm("mx2", {"fx3|orders", "bx1|"}).find("message(if any): ''"), std::string::npos);
   engine.Type({"", "mx2", "fx3|orders", "fx4|1", "fx5|../out", "bx1|"});
   EXPECT_NE(FailureOf([this] { bp.UMenu(); }).find("'../out'"), std::string::npos);
   EXPECT_FALSE(fs::exists(folder / "out"));
@@ -116,6 +118,14 @@ TEST_F(Forms, ExportMany) {
   EXPECT_EQ(folder.Text("TransferItem/DEMO.orders/gone").substr(0, 5), "no it");
   EXPECT_FALSE(fs::exists(folder / "TransferItem/few/201"));
   EXPECT_TRUE(fs::exists(folder / "TransferItem/few/200"));
+
+  engine.File("table_nv") = {{"1", "one"}};
+  engine.Answer("SELECT table_nv", Dyn("2^2"), Keys({"1", "gone", "1"}));
+  engine.NextCalls("GetResultCell", {{}, {}, {.detail = "of the item before"}});
+  const std::string cached = InForm("mx3", {"fx3|TABLE", "bx1|"});
+  EXPECT_NE(cached.find("\n1 Errors detected."), std::string::npos) << cached;
+  EXPECT_EQ(folder.Text("TransferItem/DEMO.table_nv/1"), "one\r\n")
+      << "from the item cache, behind a failure";
 }
 
 TEST_F(Forms, ValuesPassAsTheyAre) {

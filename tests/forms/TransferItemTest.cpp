@@ -23,7 +23,7 @@ TEST(TransferItem, LineEndsAndMarksTable) {
   for (const Row& row : rows) {
     std::string want(Dyn(row.item));
     if (const std::size_t at = want.find("{SSM}"); at != std::string::npos) want.replace(at, 5, "\xFB");
-    EXPECT_EQ(Shown(ItemOfFileText(row.text)), Shown(want)) << row.name;
+    EXPECT_EQ(Shown(ItemOfFileText(std::string(row.text))), Shown(want)) << row.name;
   }
 }
 

@@ -27,21 +27,23 @@ TEST(Folder, ReachesNothingOutside) {
   struct Row {
     std::string name, told;  // without a text of its own, the failure holds the name
   };
-  const Row rows[] = {{"../secret", ""},
-                      {"..", ""},
-                      {".", ""},
-                      {"", "''"},
-                      {"..\\secret", ""},
-                      {"\\secret", ""},
-                      {"link\\new", "in\\link'"},
-                      {"a\\..\\b", ""},
-                      {temporary / "secret", ""},
-                      {std::string("new\0x", 5), "'new<NUL>x': it must stay in the folder"},
-                      {"no\\new", "in\\no'"},
-                      {"</TX>", ""},
-                      {std::string(256, 'n'), ""},
-                      {std::string(128, '\xE9'), ""},
-                      {std::string(1'000'000, '/'), ""}};
+  const Row rows[] = {
+      {"../secret", ""},
+      {"..", ""},
+      {".", ""},
+      {"", "''"},
+      {"..\\secret", ""},
+      {"\\secret", ""},
+      {"link\\new", "in\\link'"},
+      {"a\\..\\b", ""},
+      {temporary / "secret", ""},
+      {std::string("new\0x", 5), "'new<NUL>x': it must stay in the folder"},
+      {"no\\new", "in\\no'"},
+      {"</TX>", ""},
+      {std::string(256, 'n'), ""},
+      {std::string(128, '\xE9'), ""},
+      {std::string(1'000'000, '/'), std::string(200, '/') + "...' (1000000 characters): it must"},
+      {std::string(1'000'000, 'n'), "nnn...' (10000"}};
   for (const Row& row : rows) {
     const std::string told = row.told.empty() ? row.name : row.told;
     const auto tells = [&](const std::string& failure) { return failure.find(told) != std::string::npos; };
@@ -82,6 +84,8 @@ TEST(Folder, ListsWhatItWroteUnderTheSameName) {
   EXPECT_EQ(found, names);
   for (const std::string& name : names) EXPECT_EQ(folder.ReadFile(name), bytes);
   EXPECT_EQ(temporary.Text("sub/\xE2\x82\xAC\xC3\xA9\xC2\x81.txt"), bytes) << "UTF-8 on disk";
+  EXPECT_EQ(fs::status(temporary / "sub").permissions(), fs::perms(0700));
+  EXPECT_EQ(fs::status(temporary / "sub" / names.front()).permissions(), fs::perms(0600));
 }
 
 // The names in a folder, hidden ones included.
