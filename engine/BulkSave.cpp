@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "engine/Marks.h"
-#include "engine/stores/TableNames.h"
 
 namespace nvadmin::engine {
 
@@ -92,7 +91,7 @@ bool BulkSave::CanAdd(const TableDescription& table, std::string& error) {
         fmt::format("file '{}' can't stand in a transfer file: its name holds an attribute mark", table.name);
     return false;
   }
-  std::string target = MapTableName(table.name);
+  std::string target = TargetOf(table.name);
   if (std::find(targets_.begin(), targets_.end(), target) != targets_.end()) {
     error = fmt::format("file {} is named twice, or another one has its name when both are loaded: {}",
                         table.name, target);

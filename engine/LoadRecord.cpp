@@ -57,7 +57,9 @@ LoadRecord::~LoadRecord() { CloseRejected(); }
 
 void LoadRecord::Begin(std::string_view path) {
   CloseRejected();
-  name_ = path.substr(path.find_last_of("/\\") + 1);
+  const std::size_t nameStart = path.find_last_of("/\\") + 1;
+  name_ = path.substr(nameStart);
+  isOfRejected_ = nameStart > 0 && path.substr(0, nameStart - 1).ends_with(kRejectedFolder);
   startedAt_ = std::time(nullptr);
   started_ = Clock::now();
   isUnderWay_ = true;
@@ -134,7 +136,7 @@ void LoadRecord::OpenRejected() {
   const std::filesystem::path folder = folder_ / kRejectedFolder;
   const std::string onDisk = ToUtf8(name_);
   bool isTaken = mkdir(folder.c_str(), 0700) == 0 || errno == EEXIST;
-  for (int number = 1; isTaken && number <= kMostRejectedFiles; ++number) {
+  for (int number = isOfRejected_ ? 2 : 1; isTaken && number <= kMostRejectedFiles; ++number) {
     const std::string ending = number == 1 ? "" : fmt::format("-{}", number);
     rejected_ = OpenAlone(folder / (onDisk + ending));
     isTaken = rejected_ < 0 && errno == EWOULDBLOCK;

@@ -67,7 +67,8 @@ class LoadRecord {
   std::filesystem::path folder_;
   std::function<void(std::string_view)> onEnd_;
 
-  std::string name_;  // of the transfer file; empty: none yet
+  std::string name_;           // of the transfer file; empty: none yet
+  bool isOfRejected_ = false;  // it is itself a file of refused items, which isn't written while it is read
   std::time_t startedAt_ = 0;
   Clock::time_point started_, ended_;
   bool isUnderWay_ = false;

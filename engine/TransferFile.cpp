@@ -23,8 +23,7 @@ namespace {
 constexpr std::string_view kLineEnd = "\r\n";
 constexpr std::string_view kNativeDictionary = "DICT ";
 constexpr std::string_view kDictionaryEnding = "_dict";
-constexpr std::string_view kMasterDictionary =
-    "md";  // one table for data and dictionary: no "_dict" is added
+constexpr std::string_view kMasterDictionary = "md";
 constexpr std::size_t kLongestNameOnDisk = 255;
 
 // What a line of the format begins with.
@@ -69,21 +68,38 @@ std::string WithCommas(std::string_view table) {
   return fmt::format(",{}{}", table, table.ends_with(',') ? "," : "");
 }
 
-}  // namespace
+// The file that a table is, or is the dictionary of.
+struct TableOwner {
+  bool isDictionary = false;
+  std::string owner;
+};
 
-std::filesystem::path BulkFolder(const Home& home) { return home.Folder() / "TransferBulk"; }
-
-TransferSection SectionOf(std::string_view table) {
+TableOwner OwnerOf(std::string_view table) {
   std::string_view owner = table;
   if (table.starts_with(kNativeDictionary)) {
     owner.remove_prefix(kNativeDictionary.size());
   } else if (IsDictionaryName(FoldTableName(table))) {
     owner.remove_suffix(kDictionaryEnding.size());
   }
-  if (owner.size() == table.size()) return {false, WithCommas(table)};
-  if (FoldTableName(owner) == kMasterDictionary)
+  const bool isDictionary = owner.size() != table.size();
+  // Data and dictionary of this one would become one table, so its dictionary goes as a file of its own.
+  if (isDictionary && FoldTableName(owner) == kMasterDictionary)
     return {false, fmt::format("{}{}", owner, kDictionaryEnding)};
-  return {true, WithCommas(owner)};
+  return {isDictionary, std::string(owner)};
+}
+
+}  // namespace
+
+std::filesystem::path BulkFolder(const Home& home) { return home.Folder() / "TransferBulk"; }
+
+TransferSection SectionOf(std::string_view table) {
+  const TableOwner read = OwnerOf(table);
+  return {read.isDictionary, WithCommas(read.owner)};
+}
+
+std::string TargetOf(std::string_view table) {
+  const TableOwner read = OwnerOf(table);
+  return MapTableName(read.owner).append(read.isDictionary ? kDictionaryEnding : "");
 }
 
 void AppendLine(std::string& lines, std::string_view text) {

@@ -22,6 +22,8 @@ struct TransferSection {
 // `table` as a store spells it ("orders_dict", "DICT ORDERS"). The loader turns the section's name into that
 // of the table, or into its mapped form.
 TransferSection SectionOf(std::string_view table);
+// The table that a loader makes of it, in the spelling of a relational account.
+std::string TargetOf(std::string_view table);
 
 // Each appends whole lines, with their line ends. CR, LF, NUL and the backquote are escaped; no line is
 // longer than twice its text and some bytes.

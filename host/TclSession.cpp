@@ -71,8 +71,6 @@ ExitCode TclSession::Run() {
     engine.emplace(home_, port_,
                    engine::SessionSettings{settings_.account, settings_.user, settings_.from,
                                            settings_.mayEnter, settings_.onRefusedWrite, settings_.onLoad});
-    platform::ObserverOfTransfers() = {[&engine](std::string_view path) { engine->BeginLoad(path); },
-                                       [&engine] { engine->EndLoad(); }};
     TraceTo(settings_.trace);
     bp_.emplace().CallBack(&*engine);
     account_ = engine->CurrentAccount();
@@ -81,6 +79,8 @@ ExitCode TclSession::Run() {
     return ExitCode::kNoEntry;
   }
 
+  platform::ObserverOfTransfers() = {[&engine](std::string_view path) { engine->BeginLoad(path); },
+                                     [&engine] { engine->EndLoad(); }};
   try {
     Serve(*engine);
     port_.EndOpenLine();

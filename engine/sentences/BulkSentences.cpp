@@ -51,8 +51,10 @@ class Selection {
   }
 
   bool AddAll(std::string& error) {
-    for (const std::string& file : store_.TableNames(/*withDictionaries=*/false)) {
-      if (!Add(file, error)) return false;
+    for (const std::string& name : store_.TableNames(/*withDictionaries=*/true)) {
+      TableHandle table = 0;
+      if (!store_.OpenTable(name, table, error)) return false;
+      tables_.push_back(table);
     }
     return true;
   }

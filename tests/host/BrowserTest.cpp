@@ -3,51 +3,19 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <deque>
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <sstream>
 #include <thread>
 
-#include "host/SessionPort.h"
 #include "host/TclSession.h"
 #include "samples/Demo.h"
+#include "tests/host/BrowserPort.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace nvadmin::host {
 namespace {
-
-// Gives planned lines, typed at the prompt or sent as replies alike, and keeps what it was sent. Lost when
-// they are used up.
-class BrowserPort final : public SessionPort {
- public:
-  engine::InputResult ReadLine(std::string& line, std::int32_t /*length*/, bool /*echoLineEnd*/) override {
-    line.clear();
-    if (lines.empty()) return engine::InputResult::kLost;
-    line = lines.front();
-    lines.pop_front();
-    received += "[" + line + "]\n";
-    return engine::InputResult::kLine;
-  }
-  engine::InputResult ReadSentence(std::string& sentence) override { return ReadLine(sentence, -1, true); }
-  void Write(std::string_view text, bool lineEnd) override {
-    received.append(text).append(lineEnd ? "\n" : "");
-  }
-  void Flush() override {}
-  bool ShowsPages() const override { return true; }
-  std::string CursorString(std::int32_t /*column*/, std::int32_t /*row*/) override { return {}; }
-  void EndOpenLine() override {
-    if (!OpenLine().empty()) Write("", /*lineEnd=*/true);
-  }
-  std::string_view OpenLine() const override {
-    return std::string_view(received).substr(received.rfind('\n') + 1);
-  }
-  bool IsLost() const override { return false; }
-
-  std::deque<std::string> lines;
-  std::string received;
-};
 
 class Browser : public testing::Test {
  protected:
