@@ -134,14 +134,24 @@ std::string ToUtf8(std::string_view bytes) {
   return out;
 }
 
+std::size_t Utf8Size(std::string_view bytes) {
+  std::size_t size = bytes.size();
+  if (CountHighBytes(bytes) == 0) return size;
+  for (const char byte : bytes) {
+    if (static_cast<signed char>(byte) < 0)
+      size += kUtf8Forms[static_cast<unsigned char>(byte) - 0x80U].length - std::size_t{1};
+  }
+  return size;
+}
+
 void AppendUtf8(std::string& out, std::string_view bytes) {
-  const std::size_t high = CountHighBytes(bytes);
-  if (high == 0) {
+  const std::size_t size = Utf8Size(bytes);
+  if (size == bytes.size()) {
     out.append(bytes);
     return;
   }
   const std::size_t before = out.size();
-  out.resize(before + bytes.size() + 2 * high);
+  out.resize(before + size + 1);  // every form is copied as if it had three bytes
   char* to = out.data() + before;
   const char* in = bytes.data();
   const char* const end = in + bytes.size();

@@ -1,7 +1,7 @@
 // The code page Windows-1252 at the system's outer edges: terminal, browser, SQL values, JSON.
 // Inside, every string is bytes of this page; outside it is UTF-8. The mapping (session/CodePage.h) is
-// one-to-one for all 256 bytes, so every byte survives a round trip; 27 C1 code points have no byte. Runs of ASCII are copied
-// eight bytes at a time.
+// one-to-one for all 256 bytes, so every byte survives a round trip; 27 C1 code points have no byte. Runs of
+// ASCII are copied eight bytes at a time.
 #pragma once
 
 #include <string>
@@ -14,6 +14,8 @@ namespace nvadmin::engine {
 using nvadmin::CodePointOf;
 
 std::string ToUtf8(std::string_view bytes);
+// In bytes.
+std::size_t Utf8Size(std::string_view bytes);
 // `bytes` must not lie in `out`.
 void AppendUtf8(std::string& out, std::string_view bytes);
 

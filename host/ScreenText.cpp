@@ -96,6 +96,11 @@ std::string ScreenText::CursorString(std::int32_t column, std::int32_t row) cons
   return fmt::format("{}{};{};", tokenStart_, column, row);
 }
 
+std::string_view ScreenText::CursorWord() const {
+  if (tokenStart_.empty()) return {};
+  return std::string_view(tokenStart_).substr(1, tokenStart_.size() - 2);
+}
+
 // The length of the cursor string at the front of the text, whose control it appends; 0 when there is none.
 std::size_t ScreenText::AppendCursorControl(std::string& out, std::string_view text) const {
   if (tokenStart_.empty() || !text.starts_with(tokenStart_)) return 0;

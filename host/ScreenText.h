@@ -21,6 +21,8 @@ class ScreenText {
 
   // As Port::CursorString; empty too for coordinates that mean nothing.
   std::string CursorString(std::int32_t column, std::int32_t row) const;
+  // The random word that stands between ESC and ":" in all of them; empty without a cursor.
+  std::string_view CursorWord() const;
 
   // Appends to `out`, in UTF-8, what `text` shows; lineEnd ends the line. A CR LF or cursor string counts
   // only whole in one call. `text` must not lie in `out`.

@@ -15,7 +15,6 @@ constexpr std::size_t kGatheredBytes = std::size_t{16} << 10;  // of UTF-8, in o
 constexpr std::size_t kTextBytes = 4096;                       // of a text that are looked at together
 constexpr std::size_t kQueuedBytes = std::size_t{8} << 20;     // then the session waits
 constexpr std::size_t kMostLines = 10'000;                     // that the session hasn't taken yet
-constexpr std::size_t kKeptOpenLine = 16;                      // enough to tell a prompt
 constexpr std::string_view kServerEnds = "the server ends";
 
 }  // namespace
@@ -23,7 +22,7 @@ constexpr std::string_view kServerEnds = "the server ends";
 WebPort::WebPort(std::string token, std::string account, const WebLimits& limits)
     : token_(std::move(token)),
       limits_(limits),
-      screen_(/*hasCursor=*/false, kLineEnd),
+      screen_(/*hasCursor=*/true, kLineEnd),
       account_(engine::ToUtf8(account)) {}
 
 // --- Out ---
@@ -54,7 +53,7 @@ void WebPort::Flush() {
 void WebPort::WriteMessage(std::string_view text, bool lineEnd) {
   Flush();
   std::string message;
-  message.reserve(text.size() + 1 + kLineEnd.size());
+  message.reserve(1 + engine::Utf8Size(text) + 1 + kLineEnd.size());
   message += 'A';
   engine::AppendUtf8(message, text);
   if (lineEnd) message += kLineEnd;
@@ -70,8 +69,8 @@ void WebPort::NoteOpenLine(std::string_view text, bool lineEnd) {
   if (lineEnd || end != std::string_view::npos) screen_.CloseLine();
   if (lineEnd || text.ends_with("</TX>")) return;
   if (end != std::string_view::npos) text.remove_prefix(end + 1);
-  if (screen_.OpenLine().size() >= kKeptOpenLine) return;
-  screen_.ResumeLine(screen_.OpenLine() + engine::ToUtf8(text.substr(0, kKeptOpenLine)));
+  std::string shown;
+  screen_.Append(shown, text.substr(0, kTextBytes), /*lineEnd=*/false);
 }
 
 void WebPort::EndOpenLine() {
@@ -197,7 +196,7 @@ void WebPort::Attach(std::shared_ptr<WebChannel> channel, std::uint64_t seen) {
   queuedBytes_ = 0;
   KeptOutput::Replay replay = kept_.After(seen);
   Queue(std::make_shared<const std::string>(
-      fmt::format("S{} {} {} {}", token_, received_, replay.next, account_)));
+      fmt::format("S{} {} {} {} {}", token_, screen_.CursorWord(), received_, replay.next, account_)));
   for (WebMessage& message : replay.messages) Queue(std::move(message));
   changed_.notify_all();
 }

@@ -4,7 +4,8 @@
 // While no connection is there the session goes on: its output is kept as KeptOutput keeps it, and a wait for
 // a line lasts until the page has come back or the port is lost. While one is there, output that it hasn't
 // taken is queued for it; over 8 MiB of that, the session's thread waits. Text of the add-in is one message a
-// call; the engine's own text is gathered, and shown as on any screen: nothing in it acts.
+// call, with the cursor strings in it, whose word the page is told; the engine's own text is gathered, and
+// shown as on any screen: nothing in it acts.
 //
 // The session's thread uses it as a port; the routines below "From any thread" are the connections'.
 #pragma once
@@ -56,7 +57,9 @@ class WebPort final : public SessionPort {
   void WriteMessage(std::string_view text, bool lineEnd) override;
   void Flush() override;
   bool ShowsPages() const override { return true; }
-  std::string CursorString(std::int32_t /*column*/, std::int32_t /*row*/) override { return {}; }
+  std::string CursorString(std::int32_t column, std::int32_t row) override {
+    return screen_.CursorString(column, row);
+  }
 
   engine::InputResult ReadSentence(std::string& sentence) override;
   void EndOpenLine() override;
@@ -120,7 +123,7 @@ class WebPort final : public SessionPort {
   const std::string token_;
   const WebLimits limits_;
 
-  // The session's thread alone.
+  // The session's thread alone, the cursor word apart, which never changes.
   ScreenText screen_;
   std::string gathered_;
   bool progressShown_ = false;

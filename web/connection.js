@@ -27,7 +27,7 @@ export class Connection {
   #timer = null;
 
   // `open` makes a socket. `on` has onOutput(kind, text), onTaken(number, isOwn), onReset(), onAccount(name),
-  // onState(word, reason) with "connecting", "ready", "lost", "over", onNew(linesLost) and onFailing().
+  // onCursorWord(word), onState(word, reason) with "connecting", "ready", "lost", "over", onNew(linesLost) and onFailing().
   constructor({ open, on, wait = setTimeout.bind(globalThis) }) {
     this.#open = open;
     this.#on = on;
@@ -114,7 +114,7 @@ export class Connection {
   }
 
   #begin(rest) {
-    const [, token, received, next, account] = /^(\S+) (\d+) (\d+) ?(.*)$/s.exec(rest);
+    const [, token, cursorWord, received, next, account] = /^(\S+) (\S+) (\d+) (\d+) ?(.*)$/s.exec(rest);
     const isNew = this.#token === "";
     const linesLost = isNew ? [...this.#unsure.values()] : [];
     if (isNew) {
@@ -131,6 +131,7 @@ export class Connection {
     this.#isReady = true;
     this.#failures = 0;
     this.#delayMs = kFirstDelayMs;
+    this.#on.onCursorWord(cursorWord);
     this.#on.onAccount(account);
     this.#on.onState("ready");
     if (isNew) this.#on.onNew(linesLost);

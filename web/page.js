@@ -110,6 +110,7 @@ const connection = new Connection({
       endPages();
     },
     onAccount: showAccount,
+    onCursorWord: (word) => (terminal.cursorStrings.word = word),
     onState: showState,
     onNew(linesLost) {
       sentLines.clear();
@@ -166,12 +167,16 @@ function act(event) {
 
 function showText(text) {
   terminal.show(text);
-  if (text.trim() !== "") tellStatus(place.form.hidden ? "" : text.trim());
+  const plain = terminal.cursorStrings.without(text).trim();
+  if (plain !== "") tellStatus(place.form.hidden ? "" : plain);
 }
 
+// What has a place on the screen is seen there; a bare counter changes in the status line.
 function showProgress(text) {
-  if (!kCounter.test(text) && text.trim() !== "") terminal.show(`${text}\r\n`);
-  tellStatus(text.trim());
+  const plain = terminal.cursorStrings.without(text);
+  const isPlaced = plain !== text;
+  if (isPlaced || !(kCounter.test(plain) || plain.trim() === "")) terminal.show(`${text}\r\n`);
+  tellStatus(isPlaced && place.form.hidden ? "" : plain.trim());
 }
 
 function answerHandshake() {

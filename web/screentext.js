@@ -1,6 +1,6 @@
 // What may go to the terminal, and what may come from it. Pure.
 //
-// Only CR LF acts on the screen. Every other control character shows as its picture, the unassigned
+// Only CR LF and the session's own cursor strings act on the screen. Every other control character shows as its picture, the unassigned
 // characters of the code page (which a terminal would take for control strings) as U+FFFD, and the marks as ^
 // ] \.
 
@@ -19,6 +19,36 @@ export function safeScreenText(text) {
       kMarks[found] ?? (found > kDelete ? "\uFFFD" : String.fromCharCode(kPictures + found.charCodeAt(0)))
     );
   });
+}
+
+// Takes the cursor strings of a session out of its text, which all hold `word`; see docs/web.md. With
+// `control`, what moves the cursor takes their place.
+export class CursorStrings {
+  #pattern = /(?!)/g;
+
+  set word(word) {
+    this.#pattern = new RegExp(`\u001B${word}:(-?\\d{1,9});(-?\\d{1,9});`, "g");
+  }
+
+  without(text) {
+    return text.replace(this.#pattern, "");
+  }
+
+  // What to write to the screen for the text.
+  obeyed(text) {
+    let screen = "";
+    let from = 0;
+    for (const found of text.matchAll(this.#pattern)) {
+      screen += safeScreenText(text.slice(from, found.index)) + controlFor(Number(found[1]), Number(found[2]));
+      from = found.index + found[0].length;
+    }
+    return screen + safeScreenText(text.slice(from));
+  }
+}
+
+function controlFor(column, row) {
+  if (row >= 0 && column >= 0) return `\x1B[${row + 1};${column + 1}H`;
+  return column === -1 ? "\x1B[H\x1B[2J" : "\x1B[J";
 }
 
 function isInCodePage(character) {

@@ -1,13 +1,14 @@
 // The terminal: shows the session's text and edits the line that is typed.
 //
-// Nothing but this module writes control sequences to the screen, since text goes through safeScreenText; so
-// no text can ask the screen to report, and what it might report is not taken for typing. The line being
+// Nothing but this module and the session's cursor strings writes control sequences to the screen, since text
+// goes through safeScreenText; so no text can ask the screen to report, and what it might report is not taken
+// for typing. The line being
 // typed stands behind the session's open line. Text that comes in meanwhile takes its place, and the line is
 // drawn again behind it.
 
 import { FitAddon } from "./addon-fit.mjs";
 import { LineEditor, kEditorKeys } from "./lineeditor.js";
-import { foreignCharacter, foreignCharacterText, safeScreenText } from "./screentext.js";
+import { CursorStrings, foreignCharacter, foreignCharacterText, safeScreenText } from "./screentext.js";
 import { Terminal as Screen } from "./xterm.mjs";
 
 const kEnter = "\r";
@@ -31,6 +32,7 @@ export class Terminal {
   #screen;
   #fit = new FitAddon();
   #place;
+  #cursorStrings = new CursorStrings();
   #line;
   #on;
   #startColumn = 0; // where the typed line begins
@@ -50,6 +52,7 @@ export class Terminal {
       fontSize: 15,
       lineHeight: 1.15,
       scrollback: 20000,
+      scrollOnEraseInDisplay: true, // a cleared screen can be scrolled back to
       screenReaderMode: true,
       theme: coloursOf(place),
     });
@@ -70,8 +73,12 @@ export class Terminal {
     return this.#line.history;
   }
 
+  get cursorStrings() {
+    return this.#cursorStrings;
+  }
+
   show(text) {
-    this.#write(this.#erasure() + safeScreenText(text));
+    this.#write(this.#erasure() + this.#cursorStrings.obeyed(text));
   }
 
   // A line of the page's own, set off from the session's text.

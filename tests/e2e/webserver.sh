@@ -1,5 +1,5 @@
-# The web server without a browser: log-ins, whom it trusts, sessions that lose their page, limits, ends, TLS.
+# The web server without a browser: its files, log-ins, whom it trusts, what strangers send.
 source "$(dirname "$0")/common.bash"
 source "$(dirname "$0")/backserver/run.bash"
-run_python site_test sessions_test "${@:2}"
+run_python site_test "${@:2}"
 finish

@@ -33,6 +33,9 @@ class ListPage final : public WebChannel {
   bool moved = false;
 };
 
+// The word of a port's cursor strings.
+std::string CursorWord(WebPort& port) { return port.CursorString(0, 0).substr(1, 16); }
+
 TEST(WebPort, LinesAndMessages) {
   WebPort port("token", "DEMO", {});
   const auto page = std::make_shared<ListPage>();
@@ -51,7 +54,7 @@ TEST(WebPort, LinesAndMessages) {
   EXPECT_EQ(port.OpenLine(), "");
   port.WriteMessage("<TX>", false);
   port.WriteMessage("VALUE|fx1=\x1b\xfe\xff\x81", true);
-  port.WriteMessage("what", false);
+  port.WriteMessage("elsewhere" + port.CursorString(3, 7) + "what", false);
   EXPECT_EQ(port.OpenLine(), "what");
   EXPECT_EQ(port.ReadLine(line, 3, true), InputResult::kLine);
   EXPECT_EQ(line, "abc") << "the line before is refused by name";
@@ -59,10 +62,11 @@ TEST(WebPort, LinesAndMessages) {
   EXPECT_EQ(port.ReadLine(line, -1, true), InputResult::kLine) << "nobody is waited for";
   EXPECT_EQ(line, "");
   port.ShowAccount("OTHER");
+  const std::string word = CursorWord(port);
   EXPECT_EQ(
       page->Take(port),
-      (Messages{"Stoken 0 1 DEMO", "Ea\u241b[2J^\u20ac\r\n:", "K1", "A<TX>",
-                "AVALUE|fx1=\x1b\u00fe\u00ff\u0081\r\n", "Awhat", "K2",
+      (Messages{"Stoken " + word + " 0 1 DEMO", "Ea\u241b[2J^\u20ac\r\n:", "K1", "A<TX>",
+                "AVALUE|fx1=\x1b\u00fe\u00ff\u0081\r\n", "Aelsewhere\x1b" + word + ":3;7;what", "K2",
                 "EU+0142 '\u0142' at character 1 is not in the code page Windows-1252: give the line without "
                 "it\r\nwhat",
                 "K3", "A1 / 9<AUTORX>\r\n", "TOTHER"}));
@@ -70,7 +74,7 @@ TEST(WebPort, LinesAndMessages) {
   port.Attach(second, 8);
   EXPECT_TRUE(page->moved);
   EXPECT_EQ(page->Take(port), Messages{});
-  EXPECT_EQ(second->Take(port), (Messages{"Stoken 3 9 OTHER", "A1 / 9<AUTORX>\r\n"}));
+  EXPECT_EQ(second->Take(port), (Messages{"Stoken " + word + " 3 9 OTHER", "A1 / 9<AUTORX>\r\n"}));
 }
 
 TEST(WebPort, LongTextGoesInParts) {

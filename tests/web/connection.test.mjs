@@ -17,6 +17,7 @@ class Server {
         onTaken: (number, isOwn) => this.events.push(`taken ${number} ${isOwn}`),
         onReset: () => this.events.push("reset"),
         onAccount: (name) => this.events.push(`account ${name}`),
+        onCursorWord: (word) => this.events.push(word),
         onState: (word, reason = "") => this.events.push(`${word} ${reason}`.trim()),
         onNew: (lost) => this.events.push(`new ${lost}`.trim()),
         onFailing: () => this.events.push("failing"),
@@ -39,7 +40,7 @@ class Server {
   start() {
     this.connection.start();
     this.connect();
-    this.tell("Stoken 0 1 DEMO");
+    this.tell("Stoken w0 0 1 DEMO");
     return this;
   }
 }
@@ -72,19 +73,19 @@ test("after a loss it goes on where it was", () => {
   server.goOn();
   const resumed = server.during(() => {
     server.connect();
-    server.tell("Stoken 2 4 DEMO");
+    server.tell("Stoken w0 2 4 DEMO");
   });
   assert.deepEqual(resumed.sent, ["Rtoken 3", "L3 c", "L4 d"], "2 came through, though no K said so");
-  assert.deepEqual(resumed.events, ["account DEMO", "ready"]);
+  assert.deepEqual(resumed.events, ["w0", "account DEMO", "ready"]);
 
   server.drop();
   server.goOn();
   const emptied = server.during(() => {
     server.connect();
-    server.tell("Stoken 4 2 DEMO", "E2", "K3");
+    server.tell("Stoken w0 4 2 DEMO", "E2", "K3");
   });
   assert.deepEqual(emptied.sent, ["Rtoken 3"]);
-  assert.deepEqual(emptied.events, ["reset", "account DEMO", "ready", "E2", "taken 3 false"]);
+  assert.deepEqual(emptied.events, ["reset", "w0", "account DEMO", "ready", "E2", "taken 3 false"]);
   server.drop();
   server.goOn();
   assert.deepEqual(
@@ -98,12 +99,12 @@ test("a reload counts lines on from what the server has", () => {
   const server = new Server();
   server.connection.start("old");
   server.connect();
-  server.tell("Sold 7 1 DEMO");
+  server.tell("Sold w0 7 1 DEMO");
   assert.deepEqual(server.during(() => server.connection.sendLine("x")).sent, ["L8 x"]);
   server.connection.start("old", server.connection.unsureLines);
   const { sent, events } = server.during(() => {
     server.connect();
-    server.tell("Sold 7 1 DEMO");
+    server.tell("Sold w0 7 1 DEMO");
     server.connection.sendLine("y");
     server.tell("K8", "K9");
   });
@@ -130,11 +131,11 @@ test("ends", () => {
     server.connect();
     server.tell("Xunknown");
     server.connect();
-    server.tell("Sother 0 1 DEMO");
+    server.tell("Sother w1 0 1 DEMO");
     server.connection.sendLine("first");
   });
   assert.deepEqual(sent, ["Rtoken 0", "N", "L1 first"]);
-  assert.deepEqual(events, ["connecting", "reset", "account DEMO", "ready", "new lost"]);
+  assert.deepEqual(events, ["connecting", "reset", "w1", "account DEMO", "ready", "new lost"]);
 });
 
 test("it tries again, less and less often", () => {

@@ -2,7 +2,7 @@ import assert from "node:assert/strict";
 import test from "node:test";
 
 import { LineEditor, kEditorKeys } from "../../web/lineeditor.js";
-import { foreignCharacter, safeScreenText } from "../../web/screentext.js";
+import { CursorStrings, foreignCharacter, safeScreenText } from "../../web/screentext.js";
 import { corpus } from "./corpus.js";
 
 test("nothing in shown text acts on the screen but CR LF", () => {
@@ -12,6 +12,24 @@ test("nothing in shown text acts on the screen but CR LF", () => {
   }
   assert.equal(safeScreenText("\x1b[2J\x9b6n\n\x7f"), "\u241b[2J\ufffd6n\u240a\u2421");
   assert.equal(safeScreenText("A\u00feB\u00fdC\u00fcD\r\n"), "A^B]C\\D\r\n");
+});
+
+test("only the session's own cursor strings move the cursor", () => {
+  const strings = new CursorStrings();
+  assert.equal(strings.obeyed("\x1b:1;2;"), "\u241b:1;2;", "none before the word is known");
+  strings.word = "0123456789abcdef";
+  const own = (place) => `\x1b0123456789abcdef:${place};`;
+  const cases = [
+    [`${own("-1;-1")}${own("1;24")}x`, "\x1b[H\x1b[2J\x1b[25;2Hx", "x"],
+    [`a\x1b${own("0;0")}\r\n${own("-3;-1")}`, "a\u241b\x1b[1;1H\r\n\x1b[J", "a\x1b\r\n"],
+    ["\x1bfedcba9876543210:1;2;", "\u241bfedcba9876543210:1;2;", "\x1bfedcba9876543210:1;2;"],
+    [own("1"), `\u241b${own("1").slice(1)}`, own("1")],
+    [own("1;9999999999"), `\u241b${own("1;9999999999").slice(1)}`, own("1;9999999999")],
+  ];
+  for (const [text, screen, plain] of cases) {
+    assert.equal(strings.obeyed(text), screen);
+    assert.equal(strings.without(text), plain);
+  }
 });
 
 test("characters that the code page lacks are found", () => {

@@ -31,7 +31,7 @@ class Sessions(unittest.TestCase):
 
     def test_prompt_and_text(self):
         with self.page() as page:
-            self.assertEqual((page.start.split(" ", 1)[1], len(page.token)), ("0 1 DEMO", 43))
+            self.assertEqual((page.start.split(" ", 2)[2], len(page.token)), ("0 1 DEMO", 43))
             page.until(":")
             page.line("CREATE-FILE ODD 2")
             self.assertEqual(page.output(), "K1")

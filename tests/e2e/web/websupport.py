@@ -79,7 +79,7 @@ class Page:
             self.send(first)
             self.start = self.message()
             if self.start[0] == "S":
-                self.token, received, following, self.account = self.start[1:].split(" ", 3)
+                self.token, self.word, received, following, self.account = self.start[1:].split(" ", 4)
                 self.lines, self.seen = int(received), int(following) - 1
 
     def __enter__(self):

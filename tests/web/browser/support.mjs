@@ -37,16 +37,9 @@ export function makeHome() {
 
 export const removeHome = (home) => rmSync(home, { recursive: true, force: true });
 
-export async function startServer(home) {
-  const program = spawn(process.env.NVADMIN, [
-    "--home",
-    home,
-    "serve",
-    "--web",
-    "127.0.0.1:0",
-    "--web-name",
-    "localhost",
-  ]);
+export async function startServer(home, options = []) {
+  const words = ["--home", home, "serve", "--web", "127.0.0.1:0", "--web-name", "localhost"];
+  const program = spawn(process.env.NVADMIN, [...words, ...options]);
   let log = "";
   const port = await new Promise((found, failed) => {
     const look = (data) => {
@@ -63,6 +56,15 @@ export async function startServer(home) {
       (done) => (program.removeAllListeners("exit"), program.on("exit", done), program.kill("SIGTERM")),
     );
   return { port, stop, log: () => log };
+}
+
+// Options of a server under TLS, with a certificate of its own.
+export function makeCertificate(home) {
+  const [key, certificate] = [join(home, "key.pem"), join(home, "certificate.pem")];
+  const words = ["req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=localhost"];
+  const made = spawnSync("openssl", [...words, "-keyout", key, "-out", certificate], { encoding: "utf8" });
+  if (made.status !== 0) throw new Error(`openssl: ${made.stderr}`);
+  return ["--tls-cert", certificate, "--tls-key", key];
 }
 
 // A port that passes everything on to the server's, until it is cut.
