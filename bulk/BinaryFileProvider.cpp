@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/Files.h"
 #include "session/EngineCallBack.h"
 
 namespace nvadmin {
@@ -41,6 +42,7 @@ bool BinaryFileProvider::FillBuffer() {
   if (Buffer.capacity() < Buffer.size() + kChunkBytes) {
     const auto left = static_cast<std::size_t>(ChunkCount - ChunksRead) * kChunkBytes;
     Buffer.reserve(Buffer.size() + std::min(left, kGrowth * (Buffer.size() + kChunkBytes)));
+    platform::TakeLargePages(Buffer);
   }
   File->Read(kChunkBytes, Buffer);
   ++ChunksRead;

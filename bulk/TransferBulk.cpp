@@ -9,6 +9,7 @@ namespace nvadmin {
 
 namespace {
 
+constexpr std::size_t kSearchedBytes = std::size_t{16} << 10;
 constexpr char kEscape = '`';
 constexpr std::size_t kBlockMarkBytes = 12;  // the NUL and what goes with it
 constexpr std::size_t kKindBytes = 11;
@@ -73,8 +74,14 @@ void ReplaceEscapes(std::string& text) {
 }  // namespace
 
 std::string_view DecodeBulkLine(std::string_view line, std::string& buffer) {
-  const bool hasMarks = line.find('\0') != std::string_view::npos;
-  const bool hasEscapes = line.find(kEscape) != std::string_view::npos;
+  bool hasMarks = false;
+  bool hasEscapes = false;
+  // In pieces, so that the second search of a long line finds its bytes in the processor's cache.
+  for (std::size_t start = 0; start < line.size(); start += kSearchedBytes) {
+    const std::string_view piece = line.substr(start, kSearchedBytes);
+    hasMarks = hasMarks || piece.find('\0') != std::string_view::npos;
+    hasEscapes = hasEscapes || piece.find(kEscape) != std::string_view::npos;
+  }
   if (!hasMarks && !hasEscapes) return line;
   buffer = hasMarks ? WithoutBlockMarks(line) : std::string(line);
   if (buffer.find(kEscape) != std::string::npos) ReplaceEscapes(buffer);

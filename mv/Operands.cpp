@@ -18,11 +18,7 @@ constexpr std::size_t kQuotientPlaces = 15;
 std::tm LocalTime() {
   const std::time_t now = std::time(nullptr);
   std::tm local = {};
-#ifdef _WIN32
-  localtime_s(&local, &now);
-#else
   localtime_r(&now, &local);
-#endif
   return local;
 }
 

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 
-#include <algorithm>
 #include <cerrno>
 
 #include "platform/Files.h"
@@ -15,7 +14,7 @@ BinaryFile::BinaryFile(std::string_view path) : path_(path) {
   file_ = platform::Handle(
       open(platform::PathOnDisk(path).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file_.IsOpen()) platform::FailBySystem("can't open the file", path_, errno);
-  length_ = static_cast<std::int64_t>(platform::LengthOfPlainFile(file_, path_));
+  span_.length = platform::LengthOfPlainFile(file_, path_);
   if (const auto& opened = platform::ObserverOfTransfers().opened) opened(path_);
 }
 
@@ -24,17 +23,7 @@ BinaryFile::~BinaryFile() {
 }
 
 void BinaryFile::Read(std::size_t count, std::string& text) {
-  std::int64_t left = std::min(static_cast<std::int64_t>(count), length_ - position_);
-  while (left > 0) {
-    const std::size_t got = platform::ReadSome(file_, path_, static_cast<std::size_t>(left), text);
-    if (got == 0) {
-      platform::Fail("can't read the file", path_,
-                     "it ends at byte " + std::to_string(position_) + ", and was " + std::to_string(length_) +
-                         " bytes long when it was opened");
-    }
-    position_ += static_cast<std::int64_t>(got);
-    left -= static_cast<std::int64_t>(got);
-  }
+  platform::ReadBytes(file_, path_, span_, count, text);
 }
 
 }  // namespace nvadmin

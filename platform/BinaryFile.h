@@ -19,7 +19,7 @@ class BinaryFile {
   BinaryFile(const BinaryFile&) = delete;
   BinaryFile& operator=(const BinaryFile&) = delete;
 
-  std::int64_t Length() const { return length_; }
+  std::int64_t Length() const { return static_cast<std::int64_t>(span_.length); }
   // Appends the next bytes of the file, at most `count` and no more than are left, to `text`. Fails, naming
   // the file and the place, when they can't be read, as from a file that was cut short meanwhile.
   void Read(std::size_t count, std::string& text);
@@ -27,8 +27,7 @@ class BinaryFile {
  private:
   std::string path_;
   platform::Handle file_;
-  std::int64_t length_ = 0;
-  std::int64_t position_ = 0;
+  platform::FileSpan span_;
 };
 
 }  // namespace nvadmin

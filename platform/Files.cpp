@@ -1,10 +1,12 @@
 #include "platform/Files.h"
 
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <system_error>
 
 #include "session/CodePage.h"
@@ -16,6 +18,7 @@ namespace {
 
 constexpr std::size_t kLongestPath = 4096;  // that a system takes
 constexpr std::size_t kToldOfLonger = 200;
+constexpr std::size_t kWorthLargePages = std::size_t{4} << 20;
 
 void AppendCharacter(std::string& out, char32_t point) {
   const auto byte = [](char32_t bits) { return static_cast<char>(bits); };
@@ -50,6 +53,19 @@ bool TakeByte(std::string_view& onDisk, char& byte) {
   onDisk.remove_prefix(character.size());
   byte = static_cast<char>(number);
   return true;
+}
+
+// Appends up to `count` bytes; answers how many, 0 at the end.
+std::size_t ReadSome(const Handle& file, std::string_view path, std::size_t count, std::string& text) {
+  const std::size_t before = text.size();
+  text.resize(before + count);
+  ssize_t got = 0;
+  do {
+    got = read(file.Number(), text.data() + before, count);
+  } while (got < 0 && errno == EINTR);
+  text.resize(before + static_cast<std::size_t>(got < 0 ? 0 : got));
+  if (got < 0) FailBySystem("can't read the file", path, errno);
+  return static_cast<std::size_t>(got);
 }
 
 }  // namespace
@@ -114,16 +130,28 @@ std::size_t LengthOfPlainFile(const Handle& file, std::string_view path) {
   return static_cast<std::size_t>(state.st_size);
 }
 
-std::size_t ReadSome(const Handle& file, std::string_view path, std::size_t count, std::string& text) {
-  const std::size_t before = text.size();
-  text.resize(before + count);
-  ssize_t got = 0;
-  do {
-    got = read(file.Number(), text.data() + before, count);
-  } while (got < 0 && errno == EINTR);
-  text.resize(before + static_cast<std::size_t>(got < 0 ? 0 : got));
-  if (got < 0) FailBySystem("can't read the file", path, errno);
-  return static_cast<std::size_t>(got);
+void ReadBytes(const Handle& file, std::string_view path, FileSpan& span, std::size_t count,
+               std::string& text) {
+  std::size_t left = std::min(count, span.length - span.position);
+  while (left > 0) {
+    const std::size_t got = ReadSome(file, path, left, text);
+    if (got == 0) {
+      Fail("can't read the file", path,
+           "it ends at byte " + std::to_string(span.position) + ", and was " + std::to_string(span.length) +
+               " bytes long when it was opened");
+    }
+    span.position += got;
+    left -= got;
+  }
+}
+
+void TakeLargePages(std::string& text) {
+  if (text.capacity() - text.size() < kWorthLargePages) return;
+  const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+  const auto start = reinterpret_cast<std::uintptr_t>(text.data());
+  const std::uintptr_t firstPage = (start + page - 1) / page * page;
+  const std::uintptr_t endOfPages = (start + text.capacity()) / page * page;
+  madvise(reinterpret_cast<void*>(firstPage), endOfPages - firstPage, MADV_HUGEPAGE);
 }
 
 }  // namespace nvadmin::platform

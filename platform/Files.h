@@ -42,7 +42,19 @@ class Handle {
 
 // The length of an open file. Fails when it is no plain file.
 std::size_t LengthOfPlainFile(const Handle& file, std::string_view path);
-// Appends up to `count` bytes; answers how many, 0 at the end.
-std::size_t ReadSome(const Handle& file, std::string_view path, std::size_t count, std::string& text);
+
+// How far a file of a length has been read.
+struct FileSpan {
+  std::size_t position = 0;
+  std::size_t length = 0;
+};
+// Appends the next `count` bytes, or those that are left. Fails, naming the place, when they can't be read,
+// as from a file that was cut short meanwhile.
+void ReadBytes(const Handle& file, std::string_view path, FileSpan& span, std::size_t count,
+               std::string& text);
+
+// Has the system back what a text has reserved with large pages, where it has them: the first touching of
+// much memory then costs a fraction.
+void TakeLargePages(std::string& text);
 
 }  // namespace nvadmin::platform

@@ -25,7 +25,7 @@ using platform::LengthOfPlainFile;
 using platform::NameOnDisk;
 using platform::PathOnDisk;
 using platform::ReadNameOnDisk;
-using platform::ReadSome;
+using platform::ReadBytes;
 
 constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0600;
@@ -166,13 +166,8 @@ std::string Folder::ReadFile(std::string_view name) const {
   }
   std::string text;
   text.reserve(length);
-  while (text.size() < length) {
-    if (ReadSome(file, place.path, length - text.size(), text) == 0) {
-      Fail("can't read the file", place.path,
-           "it ends at byte " + std::to_string(text.size()) + ", and was " + std::to_string(length) +
-               " bytes long when it was opened");
-    }
-  }
+  platform::FileSpan span{0, length};
+  ReadBytes(file, place.path, span, length, text);
   return text;
 }
 
