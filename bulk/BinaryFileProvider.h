@@ -5,6 +5,9 @@
 // CR is a line too, so a file that ends in a line end ends in an empty line, and an empty file has one. All
 // bytes come through unchanged. Order of calls: OOpen, then Eof and LineGet in turn, then CClose; it may be
 // opened again.
+//
+// A line is lent from the buffer of chunks, so each is searched for where it lies: splitting a chunk as a
+// whole would copy every line, or keep a list of them.
 #pragma once
 
 #include <cstddef>

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "bulk/BinaryFileProvider.h"
@@ -38,14 +39,16 @@ constexpr std::array<std::string_view, 4> kNamesWords = {
     "Automatic except for Names"};
 
 struct BulkForm {
+  Folder Source;
   std::string BulkFile;
   Reuse ReuseOption = Reuse::kExistingElseNew;
   Names NamesOption = Names::kAutomatic;
 };
 
 struct Load {
-  BulkForm options;
-  std::string path;
+  explicit Load(const BulkForm& form) : options(form) {}
+
+  const BulkForm& options;
   std::int32_t TotalLines = 0;  // up to and including the start of the statistics
   std::int32_t LineNumber = 0;
   std::string TargetName;  // empty: items are passed over
@@ -155,6 +158,10 @@ std::string AskAtLine6(std::string_view text, std::string_view question) {
   return ReadAnswer();
 }
 
+void OpenBulkFile(const Load& load, BinaryFileProvider& file) {
+  file.OOpen(load.options.Source.PathOf(load.options.BulkFile));
+}
+
 // --- The statistics pass ---
 
 void TellFailed(std::string_view what, std::string_view targetName) {
@@ -206,8 +213,8 @@ bool IsToBeCreated(Load& load) {
 
 void ChooseType(Load& load, std::string_view record) {
   const ColumnCounts counts = ReadColumnCounts(record);
-  const std::int64_t columns = std::max({counts.first, counts.second, counts.third});
-  if (columns == 0) load.TypeN = true;
+  load.Columns = std::max({counts.first, counts.second, counts.third});
+  if (load.Columns == 0) load.TypeN = true;
   if (load.TypeN) return;
   if (!load.IsInteractive()) {
     load.TypeN = load.TargetName == "bp";
@@ -215,7 +222,7 @@ void ChooseType(Load& load, std::string_view record) {
   }
   const std::string answer =
       AskAtLine6(Concat({"'", load.TargetName, "' is about to be created as a TYPE-C, with approx ",
-                         std::to_string(columns + 1), " fields."}),
+                         std::to_string(load.Columns + 1), " fields."}),
                  "You can press (CR) to accept or enter N to change to Type N  :");
   load.TypeN = ToUpper(Trim(answer)) == "N";
 }
@@ -235,7 +242,7 @@ void ServeRecord(Load& load, std::string_view record) {
 
 void RunStatisticsPass(Load& load, BinaryFileProvider& file) {
   ShowProgress(At(1, 4, {"Now scanning TransferBulk File for data properties and gathering statistics."}));
-  file.OOpen(load.path);
+  OpenBulkFile(load, file);
   std::string buffer;
   bool inStatistics = false;
   while (!file.Eof()) {
@@ -315,7 +322,7 @@ bool LoadLines(Load& load, BinaryFileProvider& file) {
 }
 
 void RunLoadPass(Load& load, BinaryFileProvider& file) {
-  file.OOpen(load.path);
+  OpenBulkFile(load, file);
   load.TargetName.clear();
   load.LineNumber = 0;
   PPrint(CursorAt(-1, -1), /*lineEnd=*/true);
@@ -332,9 +339,7 @@ void RunLoadPass(Load& load, BinaryFileProvider& file) {
 
 void RunLoad(BulkForm& form, const std::string& /*value*/) {
   PPrint(Concat({kTerminal, CursorAt(-1, -1)}), /*lineEnd=*/true);
-  Load load;
-  load.options = form;
-  load.path = OpenTransferFolder(kTransferBulk).PathOf(form.BulkFile);
+  Load load(form);
   BinaryFileProvider file;
   if (form.ReuseOption != Reuse::kExistingElseSkip) RunStatisticsPass(load, file);
   RunLoadPass(load, file);
@@ -352,7 +357,8 @@ constexpr std::array<FormAction<BulkForm>, 5> kActions = {{
 }  // namespace
 
 void BulkLoad() {
-  const std::vector<std::string> names = OpenTransferFolder(kTransferBulk).FileNames();
+  Folder folder = OpenTransferFolder(kTransferBulk);
+  const std::vector<std::string> names = folder.FileNames();
   if (names.empty()) {
     PrintWords(
         {"MSGBOX|There are no available TransferBulk Files to import from.  Place a Norvo TransferBulk "
@@ -361,8 +367,7 @@ void BulkLoad() {
     PrintWords({kTxStart});
     return;
   }
-  BulkForm form;
-  form.BulkFile = names.front();
+  BulkForm form{std::move(folder), names.front()};
   PrintWords({kReplacePage, Draw(names)});
   ServeForm<BulkForm>(form, kActions);
 }

@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::int64_t kAny = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t kLargestNumber = 1'000'000'000'000;
+constexpr std::int64_t kLargestCount = 1'000'000'000;
 
 // --- The rules ---
 
@@ -70,7 +71,7 @@ enum class KeyClause { kBehindA0, kNamedBehindA0, kAtEnd };
 
 struct Dialect {
   std::string_view datastore;  // empty: every other
-  std::int64_t mostColumns;    // a table with more gets the item as one text
+  std::int32_t mostColumns;    // a table with more gets the item as one text
   KeyClause key;
   std::string_view itemColumn;
   std::string_view clauseEnd;
@@ -84,13 +85,13 @@ constexpr Dialect kDialects[] = {
 };
 
 struct Margins {
-  std::int64_t firstStep;
-  std::int64_t secondStep;
+  std::int32_t firstStep;
+  std::int32_t secondStep;
 };
 constexpr Margins kNarrow = {5, 20};
 constexpr Margins kWide = {15, 40};
 constexpr std::int64_t kWideUpTo = 100;            // of attribute 2
-constexpr std::int64_t kOpenCounts[] = {99, 999};  // a third count that says nothing
+constexpr std::int32_t kOpenCounts[] = {99, 999};  // a third count that says nothing
 
 // --- Reading the record ---
 
@@ -116,10 +117,10 @@ std::int64_t KeyWidth(std::int64_t longestId) {
   return longestId <= 55 ? longestId + 5 : 60;
 }
 
-std::int64_t CountColumns(std::string_view record) {
+std::int32_t CountColumns(std::string_view record) {
   const Margins& margins = NumberAt(record, 2) > kWideUpTo ? kNarrow : kWide;
   const auto [first, second, third] = ReadColumnCounts(record);
-  std::int64_t columns = first;
+  std::int32_t columns = first;
   if (second > columns) columns = std::min(second, columns + margins.firstStep);
   if (third <= columns) return columns;
   if (third - columns <= margins.secondStep) return third;
@@ -174,19 +175,18 @@ void AddColumns(std::string& sentence, const Dialect& dialect, std::string_view 
 ColumnCounts ReadColumnCounts(std::string_view record) {
   PartWalk counts(AttributeView(record, 4), ValueMark);
   ColumnCounts read;
-  read.first = WholeNumber(counts.Next());
-  read.second = WholeNumber(counts.Next());
-  read.third = WholeNumber(counts.Next());
+  for (std::int32_t* count : {&read.first, &read.second, &read.third}) {
+    const std::int64_t number = WholeNumber(counts.Next());
+    *count = static_cast<std::int32_t>(std::clamp(number, -kLargestCount, kLargestCount));
+  }
   return read;
 }
 
 std::string BuildCreateTable(std::string_view TargetName, std::string_view record, bool& TypeN,
                              std::int32_t& Columns) {
   const Dialect& dialect = DialectOf(EExecute("SYSTEM DATASTORE"));
-  const std::int64_t columns = CountColumns(record);
-  if (columns > dialect.mostColumns) TypeN = true;
-  Columns = static_cast<std::int32_t>(std::clamp<std::int64_t>(
-      columns, -std::numeric_limits<std::int32_t>::max(), std::numeric_limits<std::int32_t>::max()));
+  Columns = CountColumns(record);
+  if (Columns > dialect.mostColumns) TypeN = true;
 
   std::string sentence = Concat(
       {"CREATE TABLE ", TargetName, " (A0 VARCHAR(", std::to_string(KeyWidth(NumberAt(record, 7))), ")"});

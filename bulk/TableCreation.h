@@ -14,11 +14,12 @@
 
 namespace nvadmin {
 
-// The three counts of columns in a record, the first of which is the least.
+// The three counts of columns in a record, the first of which is the least. What is beyond 1,000,000,000 on
+// either side counts as that, so that margins can be added.
 struct ColumnCounts {
-  std::int64_t first = 0;
-  std::int64_t second = 0;
-  std::int64_t third = 0;
+  std::int32_t first = 0;
+  std::int32_t second = 0;
+  std::int32_t third = 0;
 };
 ColumnCounts ReadColumnCounts(std::string_view record);
 

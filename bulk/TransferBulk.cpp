@@ -109,7 +109,7 @@ std::string TargetNameOf(std::string_view sourceName) {
 }
 
 std::string DictionaryTargetName(std::string targetName) {
-  return targetName == kMasterDictionary ? targetName : targetName + "_dict";
+  return targetName.empty() || targetName == kMasterDictionary ? targetName : targetName + "_dict";
 }
 
 }  // namespace nvadmin

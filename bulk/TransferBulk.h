@@ -32,9 +32,9 @@ std::string_view NameInOpeningLine(std::string_view line);
 
 // The table name of a source file's name, before "_dict" is added to it: in small letters, of a name with a
 // comma what stands behind the first, "_" for each ".", and "table_nv" and "key_nv" for two words that a
-// database keeps for itself.
+// database keeps for itself. Empty for a name that leaves nothing ("CUST,"): there is no target.
 std::string TargetNameOf(std::string_view sourceName);
-// The same for a file's dictionary. The file "md" is its own.
+// The same for a file's dictionary. The file "md" is its own, and without a target there is none.
 std::string DictionaryTargetName(std::string targetName);
 inline constexpr std::string_view kMasterDictionary = "md";
 

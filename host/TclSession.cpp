@@ -79,8 +79,15 @@ ExitCode TclSession::Run() {
     return ExitCode::kNoEntry;
   }
 
-  platform::ObserverOfTransfers() = {[&engine](std::string_view path) { engine->BeginLoad(path); },
-                                     [&engine] { engine->EndLoad(); }};
+  platform::ObserverOfTransfers() = {
+      [&engine](std::string_view path) { engine->BeginLoad(path); },
+      [&] {
+        try {
+          engine->EndLoad();
+        } catch (...) {  // the items are in, just the record of them may be short
+          anyFailed_ = true;
+        }
+      }};
   try {
     Serve(*engine);
     port_.EndOpenLine();

@@ -64,6 +64,8 @@ bool IsSql(std::string_view sentence) {
 
 SentenceResult RunSqlSentence(EngineSession& session, std::string_view sentence) {
   session.CommitWrites();
+  const bool isLoad = session.LastLoad().IsUnderWay();
+  session.CurrentStore().ExpectSentencesBy(isLoad ? SentenceBy::kProgram : SentenceBy::kUser);
   const SqlForm* form = FindForm(sentence);
   SentenceResult result;
   bool isQuery = false;

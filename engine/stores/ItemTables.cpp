@@ -753,13 +753,13 @@ bool ItemTables::RunSentence(std::string_view statement, const std::vector<SqlTo
   if (!error.empty()) return false;
 
   NewTable table;
-  if (ReadCreateTable(statement, table)) {
+  if (ReadCreateTable(statement, SentencesBy(), table)) {
     Commit();
     message = fmt::format("table {} created", table.name);
     return MakeTable(table, error);
   }
   std::string name;
-  if (ReadDropTable(statement, name)) {
+  if (ReadDropTable(statement, SentencesBy(), name)) {
     bool isOurs = false;
     const bool isDropped = DropBareName(name, isOurs, message, error);
     if (isOurs) return isDropped;
@@ -768,10 +768,11 @@ bool ItemTables::RunSentence(std::string_view statement, const std::vector<SqlTo
 }
 
 // Drops the table whose name is all that stands behind DROP TABLE, be it a keyword or hold blanks and quotes.
-// Otherwise it is ordinary SQL (`isOurs` false), unless a single word stands there.
+// Otherwise it is ordinary SQL (`isOurs` false), unless a single word stands there or a program wrote it.
 bool ItemTables::DropBareName(std::string_view name, bool& isOurs, std::string& message, std::string& error) {
   std::string_view withoutEnd = name;
-  while (withoutEnd.ends_with(';') || withoutEnd.ends_with(' ')) withoutEnd.remove_suffix(1);
+  const bool mayHaveEnd = SentencesBy() == SentenceBy::kUser;
+  while (mayHaveEnd && (withoutEnd.ends_with(';') || withoutEnd.ends_with(' '))) withoutEnd.remove_suffix(1);
   isOurs = true;
   for (const std::string_view candidate : {name, withoutEnd}) {
     bool isThere = false;
@@ -780,7 +781,9 @@ bool ItemTables::DropBareName(std::string_view name, bool& isOurs, std::string& 
     if (isThere) return isDropped;
   }
   const std::vector<SqlToken> tokens = CutSqlTokens(name);
-  isOurs = !tokens.empty() && tokens[0].kind == SqlTokenKind::kWord && tokens[0].text == withoutEnd;
+  const bool isOneWord =
+      !tokens.empty() && tokens[0].kind == SqlTokenKind::kWord && tokens[0].text == withoutEnd;
+  isOurs = isOneWord || SentencesBy() == SentenceBy::kProgram;
   if (isOurs) error = NoSuchTable(withoutEnd);
   return false;
 }

@@ -503,11 +503,12 @@ bool ReadColumns(std::string_view text, NewTable& table, bool& isNameRepeated) {
 
 }  // namespace
 
-bool ReadCreateTable(std::string_view statement, NewTable& table) {
+bool ReadCreateTable(std::string_view statement, SentenceBy by, NewTable& table) {
+  const bool isUsers = by == SentenceBy::kUser;
   constexpr std::string_view kHead = "create table ";
   constexpr std::string_view kKeyColumn = " (a0 varchar";
   constexpr std::string_view kCondition = "if not exists ";
-  statement = TrimBlanks(statement);
+  if (isUsers) statement = TrimBlanks(statement);
   const std::string folded = FoldTableName(statement);
   if (!folded.starts_with(kHead)) return false;
 
@@ -516,24 +517,27 @@ bool ReadCreateTable(std::string_view statement, NewTable& table) {
   std::size_t keyColumn = folded.find(kKeyColumn, kHead.size());
   for (; keyColumn != kNowhere; keyColumn = folded.find(kKeyColumn, keyColumn + 1)) {
     NewTable read;
-    read.name = TrimBlanks(statement.substr(kHead.size(), keyColumn - kHead.size()));
-    if (FoldTableName(read.name).starts_with(kCondition)) return false;
+    const std::string_view name = statement.substr(kHead.size(), keyColumn - kHead.size());
+    read.name = isUsers ? TrimBlanks(name) : name;
+    if (isUsers && FoldTableName(read.name).starts_with(kCondition)) return false;
     bool isNameRepeated = false;
     if (!ReadColumns(statement.substr(keyColumn + kKeyColumn.size()), read, isNameRepeated)) continue;
-    if (IsOneQuotedName(read.name) && !isNameRepeated) return false;
+    if (isUsers && IsOneQuotedName(read.name) && !isNameRepeated) return false;
     table = std::move(read);
     return true;
   }
   return false;
 }
 
-bool ReadDropTable(std::string_view statement, std::string& name) {
+bool ReadDropTable(std::string_view statement, SentenceBy by, std::string& name) {
   constexpr std::string_view kHead = "drop table ";
   constexpr std::string_view kCondition = "if exists ";
-  statement = TrimBlanks(statement);
+  const bool isUsers = by == SentenceBy::kUser;
+  if (isUsers) statement = TrimBlanks(statement);
   if (!FoldTableName(statement).starts_with(kHead)) return false;
-  const std::string_view read = TrimBlanks(statement.substr(kHead.size()));
-  if (FoldTableName(read).starts_with(kCondition)) return false;
+  std::string_view read = statement.substr(kHead.size());
+  if (isUsers) read = TrimBlanks(read);
+  if (isUsers && FoldTableName(read).starts_with(kCondition)) return false;
   name = read;
   return true;
 }

@@ -85,11 +85,12 @@ struct NewTable {
 
 // Reads the CREATE TABLE sentence of a file, in the dialect of any datastore word. Its name is bare, may
 // hold any character, and may be missing: it is all that stands between "CREATE TABLE " and " (A0 VARCHAR(".
-// False for any other statement, also one that just begins so, and for a name that is quoted as a whole,
-// unless the key's constraint repeats it, quotes and all.
-bool ReadCreateTable(std::string_view statement, NewTable& table);
+// False for any other statement, also one that just begins so; and, of a user's, for IF NOT EXISTS and for a
+// name that is quoted as a whole, unless the key's constraint repeats it, quotes and all.
+bool ReadCreateTable(std::string_view statement, SentenceBy by, NewTable& table);
 
-// The name in "DROP TABLE name", all that stands behind the two words; false for any other statement.
-bool ReadDropTable(std::string_view statement, std::string& name);
+// The name in "DROP TABLE name", all that stands behind the two words; false for any other statement, and for
+// a user's IF EXISTS.
+bool ReadDropTable(std::string_view statement, SentenceBy by, std::string& name);
 
 }  // namespace nvadmin::engine

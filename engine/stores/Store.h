@@ -111,6 +111,11 @@ struct BatchItem {
   std::string item;
 };
 
+// Who wrote a sentence. In a program's, which are made of files' names, a name is bare whatever it looks
+// like, with the blanks at its ends; in a user's one that is quoted as a whole means what is between the
+// quotes.
+enum class SentenceBy { kUser, kProgram };
+
 class Store {
  public:
   virtual ~Store() = default;
@@ -180,10 +185,18 @@ class Store {
   // characters it holds; they are all that a native store takes.
   virtual bool RunSql(std::string_view statement, ResultGrid& grid, bool& isQuery, std::string& message,
                       std::string& error) = 0;
+  // Whose CREATE TABLE and DROP TABLE of files are to follow.
+  void ExpectSentencesBy(SentenceBy author) { sentencesBy_ = author; }
 
   // Stops the statement that runs now, if any, with a StoreFailure "interrupted". Any thread, also a signal
   // handler.
   virtual void Interrupt() noexcept = 0;
+
+ protected:
+  SentenceBy SentencesBy() const { return sentencesBy_; }
+
+ private:
+  SentenceBy sentencesBy_ = SentenceBy::kUser;
 };
 
 }  // namespace nvadmin::engine

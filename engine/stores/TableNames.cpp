@@ -39,7 +39,9 @@ std::string MapTableName(std::string_view name) {
   return mapped;
 }
 
-bool IsDictionaryName(std::string_view mappedName) { return mappedName.ends_with(kDictionaryEnding); }
+bool IsDictionaryName(std::string_view mappedName) {
+  return mappedName.size() > kDictionaryEnding.size() && mappedName.ends_with(kDictionaryEnding);
+}
 
 bool IsDictionaryOfDictionary(std::string_view mappedName, std::string& dictionary) {
   if (!IsDictionaryName(mappedName)) return false;

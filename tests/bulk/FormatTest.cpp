@@ -44,6 +44,7 @@ TEST(BulkFormat, NamesAndKindsTable) {
   for (const auto& [source, target] : names) EXPECT_EQ(TargetNameOf(source), target) << source;
   EXPECT_EQ(DictionaryTargetName("md"), "md");
   EXPECT_EQ(DictionaryTargetName("cust"), "cust_dict");
+  EXPECT_EQ(DictionaryTargetName(""), "");
 
   const std::pair<std::string_view, BulkLineKind> kinds[] = {
       {"<FILE_DICT>X", BulkLineKind::kOpensDictionary},
@@ -122,6 +123,9 @@ TEST_F(Creation, KeyWidthsAndColumnCountsTable) {
     Sentence("JET", Concat({"T^", row.kind, "^^", row.counts}));
     EXPECT_EQ(columns, row.columns) << row.kind << " " << row.counts;
   }
+  const ColumnCounts huge = ReadColumnCounts(Dyn("T^^^9999999999]-9999999999"));
+  EXPECT_EQ(huge.first, 1'000'000'000);
+  EXPECT_EQ(huge.second, -1'000'000'000);
   struct Limit {
     std::string_view datastore;
     int most;
@@ -162,6 +166,7 @@ TEST_F(Creation, ClausesTable) {
       {"MSSQL", "25", "70", "Y", " VARCHAR(350)"},
       {"MSSQL", "150", "71", "Y", " TEXT"},
       {"MSSQL", "151", "299", "Y", " VARCHAR(747)"},
+      {"MSSQL", "151", "300", "Y", " VARCHAR(750)"},
       {"MSSQL", "151", "301", "Y", " TEXT"},
       {"MSSQL", "151", "0", "Y", " VARCHAR(0)"},
       {"MSSQL", "0", "222", "", " VARCHAR(400)"},

@@ -1,5 +1,5 @@
 // The load of a transfer file as a browser sees it, on a scripted engine. The form's drawing stands in
-// form.txt.
+// form-JET.txt and form-MYSQL.txt.
 #include "session/Text.h"
 #include "tests/support/Golden.h"
 #include "tests/support/ScriptedSession.h"
@@ -38,6 +38,9 @@ constexpr std::string_view kSmallFile =
     "5\r\n"
     "</FILE_STATISTICS>\r\nnever read";
 
+// Behind the constraint's name, in the sentence of a table without columns.
+constexpr std::string_view kItemColumn = " PRIMARY KEY, ITEM MEMO)";
+
 class Loads : public ScriptedSession {
  protected:
   Loads() {
@@ -48,7 +51,7 @@ class Loads : public ScriptedSession {
     engine.Answer("LISTF", "customers");
     engine.File("customers_dict");
     engine.File("customers");
-    for (const std::string name : {"bp", "typed", "nosuch"})
+    for (const std::string name : {"bp", "typed", "nosuch", "md", "zero"})
       engine.RefuseFile(name, "there is no file " + name);
   }
 
@@ -110,6 +113,53 @@ TEST_F(Loads, InteractiveAndCreatedAnew) {
   ExpectGolden("bulk/golden/interactive.txt",
                InForm({"fx3|2", "fx4|3", "bx1|", "", "", "", "", "", "", " n ", "",
                        "",      "typed", "",     "", "", "", "", "", "", "exit"}));
+}
+
+// Line 20 opens a section; the statistics start at the line of 599 bytes, and not at the one of 600 before
+// it, at which the load ends all the same. The file md has no columns, whatever its record says, nor has one
+// without counts; nobody is asked about them.
+TEST_F(Loads, InteractiveWithSameNames) {
+  const auto start = [](std::size_t length) {
+    std::string line = "<FILE_STATISTICS>";
+    for (std::size_t mark = 0; line.size() < length; ++mark) line += mark % 12 == 0 ? '\0' : '-';
+    return line + "\r\n";
+  };
+  std::string file;
+  for (int line = 1; line < 20; ++line) file += "-\r\n";
+  file += "<FILE_DATA>CUSTOMERS\r\n1\xFEx\r\n" + start(600) + Dyn("EARLY^9^9^2") + "\r\n" + start(599);
+  for (const std::string_view record :
+       {"MD^7^9^3", "ZERO^9^9^0]0]0", "BP^9^9^2", "</FILE_STATISTICS>", "LATE^9^9^2"}) {
+    file += Dyn(record) + "\r\n";
+  }
+  folder.Put("TransferBulk/f", file);
+  for (const std::string name : {"md", "zero"})
+    engine.Answer(Concat({"CREATE TABLE ", name, " (A0 VARCHAR(25) CONSTRAINT idx", name, kItemColumn}),
+                  "OK");
+  engine.Answer(
+      "CREATE TABLE bp (A0 VARCHAR(25) CONSTRAINT idxbp PRIMARY KEY, A1 VARCHAR(15), A2 VARCHAR(15))", "OK");
+  ExpectGolden("bulk/golden/same-names.txt",
+               InForm({"fx4|2", "bx1|", "", "", "", "", "", "", "", "", "", "", "", ""}));
+  EXPECT_EQ(engine.File("customers").size(), 1U);
+}
+
+// The table of a name that is typed goes, if it is there, before it is made anew.
+TEST_F(Loads, AutomaticButForNames) {
+  folder.Put("TransferBulk/f", "<FILE_STATISTICS>\r\n" + Dyn("NOSUCH^9^9^2") + "\r\n" + Dyn("BP^9^9^4") +
+                                   "\r\n</FILE_STATISTICS>");
+  engine.RefuseSentence("DROP TABLE customers", "it is in use");
+  engine.Answer(
+      "CREATE TABLE customers (A0 VARCHAR(25) CONSTRAINT idxcustomers PRIMARY KEY, A1 VARCHAR(15), A2 "
+      "VARCHAR(15))",
+      "OK");
+  engine.Answer(Concat({"CREATE TABLE bp (A0 VARCHAR(25) CONSTRAINT idxbp", kItemColumn}), "OK");
+  ExpectGolden("bulk/golden/but-names.txt",
+               InForm({"fx3|2", "fx4|4", "bx1|", "", "customers", "", "", "", "", "", ""}));
+}
+
+TEST_F(Loads, EndOfStatisticsBeforeTheirStart) {
+  folder.Put("TransferBulk/f", "</FILE_STATISTICS>\r\n<FILE_STATISTICS>\r\n" + Dyn("BP^9^9^2"));
+  EXPECT_NE(InForm({"bx1|", "", "", ""}).find("[AT 15,9]2 / 1  "), std::string::npos);
+  EXPECT_EQ(engine.CallCount("OpenFile"), 0) << "no table was made";
 }
 
 TEST_F(Loads, SkipsWhatIsMissing) {

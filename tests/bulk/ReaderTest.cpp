@@ -58,6 +58,23 @@ TEST(BulkReader, ChunkBorders) {
   }
 }
 
+// A line of many chunks, in a file of NULs that takes no room on disk.
+TEST(BulkReader, HugeLine) {
+  constexpr std::size_t kLength = 20'000'000;
+  const TemporaryFolder folder;
+  const std::filesystem::path path = folder.Put("f", "");
+  std::filesystem::resize_file(path, kLength);
+  BinaryFileProvider file;
+  for (const bool hasEnd : {false, true}) {
+    if (hasEnd) std::ofstream(path, std::ios::binary | std::ios::app) << '\r';
+    const Lines lines = LinesOf(file, path.string());
+    ASSERT_EQ(lines.size(), hasEnd ? 2U : 1U);
+    EXPECT_EQ(lines.front().size(), kLength);
+    EXPECT_EQ(lines.front().find_first_not_of('\0'), std::string::npos);
+    EXPECT_EQ(lines.back().empty(), hasEnd);
+  }
+}
+
 TEST(BulkReader, FailuresNameTheFile) {
   const TemporaryFolder folder;
   BinaryFileProvider file;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -15,7 +16,10 @@ class BrowserPort final : public SessionPort {
  public:
   engine::InputResult ReadLine(std::string& line, std::int32_t /*length*/, bool /*echoLineEnd*/) override {
     line.clear();
-    if (received.ends_with("<AUTORX>\n")) return engine::InputResult::kLine;
+    if (received.ends_with("<AUTORX>\n")) {
+      if (onProgress) onProgress();
+      return engine::InputResult::kLine;
+    }
     if (lines.empty()) return engine::InputResult::kLost;
     line = lines.front();
     lines.pop_front();
@@ -37,6 +41,7 @@ class BrowserPort final : public SessionPort {
   }
   bool IsLost() const override { return false; }
 
+  std::function<void()> onProgress;
   std::deque<std::string> lines;
   std::string received;
 };

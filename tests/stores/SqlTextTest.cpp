@@ -86,9 +86,9 @@ TEST(SqlText, KeepsMemoColumnsText) {
 }
 
 // "name|layout|A0 limit, column limits; ! is NOT NULL", empty when it is no such sentence.
-std::string ShapeOf(std::string_view sentence) {
+std::string ShapeOf(std::string_view sentence, SentenceBy by = SentenceBy::kUser) {
   NewTable table;
-  if (!ReadCreateTable(sentence, table)) return "";
+  if (!ReadCreateTable(sentence, by, table)) return "";
   std::string shape = table.name + (table.layout == Layout::kItem ? "|N|" : "|C|");
   for (const NewColumn& column : table.columns) {
     shape += std::to_string(column.limit) + (column.notNull ? "!" : "") + ",";

@@ -77,6 +77,17 @@ TEST_F(SqliteStoreTest, MakesAndDropsTablesOfAnyName) {
   Run("CREATE TABLE a; (A0 VARCHAR(25) PRIMARY KEY, ITEM TEXT)");
   for (const char* dropped : {"a;", "a"}) EXPECT_EQ(Run("DROP TABLE a;"), "table "s + dropped + " dropped");
   EXPECT_EQ(Run("DROP TABLE IF EXISTS a"), "done");
+  // What a program makes of a file's name never means another one.
+  Run("CREATE TABLE Q (A0 VARCHAR(25) PRIMARY KEY, ITEM TEXT)");
+  store_->ExpectSentencesBy(SentenceBy::kProgram);
+  for (const std::string name : {"\"Q\"", "IF EXISTS Q", "Q;", "IF NOT EXISTS Q"}) {
+    EXPECT_EQ(Run("DROP TABLE " + name), "ERROR there is no table " + name + " in account TEST");
+    EXPECT_EQ(Run("CREATE TABLE " + name + " (A0 VARCHAR(25) PRIMARY KEY, ITEM TEXT)"),
+              "table " + name + " created");
+    EXPECT_EQ(Run("DROP TABLE " + name), "table " + name + " dropped");
+  }
+  EXPECT_EQ(store_->TableNames(true), std::vector<std::string>{"Q"});
+  store_->ExpectSentencesBy(SentenceBy::kUser);
   EXPECT_TRUE(Run("CREATE TABLE sqlite_x (A0 VARCHAR(25) PRIMARY KEY, ITEM TEXT)").starts_with("ERROR"));
 }
 
