@@ -20,6 +20,7 @@
 #include "engine/stores/Store.h"
 #include "host/PasswordPrompt.h"
 #include "host/ScreenText.h"
+#include "host/ServerLog.h"
 #include "host/StreamPort.h"
 #include "host/TerminalPort.h"
 #include "host/Users.h"
@@ -200,8 +201,16 @@ ExitCode RunDemo(const CommandSettings& settings, const GivenSentences& sentence
 }
 
 ExitCode RunServe(const CommandSettings& settings, const ServeSettings& serve) {
-  return WithHome(settings, /*makeHome=*/false,
-                  [&](engine::Home& home) { return Serve(home, serve, OpenTrace(settings.trace)); });
+  std::error_code ignored;
+  const bool isNew = !std::filesystem::exists(HomeFolder(settings), ignored);
+  return WithHome(settings, isNew, [&](engine::Home& home) {
+    if (isNew) {
+      LogEvent(fmt::format("there was no home at {}: it is made now, with the account {}",
+                           engine::ForeignText(home.Folder().string()), samples::kDemoAccount));
+      samples::MakeDemoAccounts(home, std::cerr);
+    }
+    return Serve(home, serve, OpenTrace(settings.trace));
+  });
 }
 
 ExitCode AddAccount(const CommandSettings& settings, std::string_view name, std::string_view datastore) {

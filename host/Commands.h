@@ -41,8 +41,8 @@ ExitCode SetUserAccounts(const CommandSettings& settings, std::string_view name,
 ExitCode ListUsers(const CommandSettings& settings);
 ExitCode RemoveUser(const CommandSettings& settings, std::string_view name);
 
-// Serves the home until a signal ends it: SIGTERM or SIGINT lets what runs end, for ten seconds at most; a second
-// one ends at once.
+// Makes the home and the demo account where there is no home. Serves it until a signal ends it: SIGTERM or
+// SIGINT lets what runs end, for ten seconds at most; a second one ends at once.
 ExitCode RunServe(const CommandSettings& settings, const ServeSettings& serve);
 
 }  // namespace nvadmin::host

@@ -41,10 +41,11 @@ bool KeptOutput::NoteFrame(const std::string& message) {
   const std::string_view inside = opens ? text.substr(kFrameStart.size()) : text;
   if (inside.starts_with(kTerminal)) {
     EndPages(pages_.size());
-    inFrame_ = dropsFrame_ = false;
+    inFrame_ = dropsFrame_ = showsFrame_ = false;
     return false;
   }
   if (!inFrame_ && !opens) return false;
+  showsFrame_ = true;
   if (opens) frameStart_ = pages_.size();
   if (BeginsWithOneOf(text, kReplacements)) {
     EndPages(frameStart_);
@@ -57,6 +58,7 @@ bool KeptOutput::NoteFrame(const std::string& message) {
 void KeptOutput::Add(WebMessage message) {
   const std::size_t size = message->size() + kEntryBytes;
   const bool isFrame = NoteFrame(*message);
+  endsInFrame_ = isFrame && !inFrame_;
   Entry entry{++last_, isFrame, std::move(message)};
   if (isFrame && dropsFrame_) {
     dropsFrame_ = inFrame_;

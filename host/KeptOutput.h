@@ -29,6 +29,10 @@ class KeptOutput {
   explicit KeptOutput(std::size_t pagesBytes = kPagesBytes) : pagesBytes_(pagesBytes) {}
 
   void Add(WebMessage message);
+  // Whether a form or page is up: a frame came after the last "<TERMINAL>".
+  bool ShowsFrame() const { return showsFrame_; }
+  // Whether the last message closed a frame: what shows one asks for a reply then.
+  bool EndsInFrame() const { return endsInFrame_; }
 
   struct Replay {
     std::uint64_t next = 1;  // the number of the first message, or of the next to come
@@ -57,6 +61,8 @@ class KeptOutput {
   std::size_t tailSize_ = 0;
   std::deque<Entry> pages_;
   std::size_t pagesSize_ = 0;
+  bool showsFrame_ = false;
+  bool endsInFrame_ = false;
   bool inFrame_ = false;
   std::size_t frameStart_ = 0;  // in pages_, of the frame that is open
   bool dropsFrame_ = false;     // the open frame isn't kept

@@ -1,15 +1,11 @@
 #include "host/LineServer.h"
 
-#include <netdb.h>
-#include <netinet/in.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <exception>
 #include <optional>
 #include <system_error>
@@ -17,15 +13,14 @@
 
 #include <fmt/format.h>
 
-#include "engine/CodePage.h"
 #include "host/LineSession.h"
+#include "host/Listeners.h"
 #include "host/ServerLog.h"
 
 namespace nvadmin::host {
 
 namespace {
 
-constexpr int kBacklog = 512;
 constexpr int kMostAccepts = 64;  // before other events are looked at
 constexpr std::chrono::seconds kAcceptPause{1};
 constexpr int kLookMilliseconds = 100;  // while something is to be done again
@@ -34,117 +29,6 @@ constexpr std::uint64_t kWakeUp = 100;
 constexpr std::uint64_t kFirstSession = 1000;
 
 std::string SystemText(int number) { return std::generic_category().message(number); }
-
-// A file descriptor that closes itself.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() {
-    if (number_ >= 0) close(number_);
-  }
-  Descriptor(Descriptor&& other) noexcept : number_(other.Release()) {}
-  Descriptor& operator=(Descriptor&&) = delete;
-  int Number() const { return number_; }
-  int Release() {
-    const int number = number_;
-    number_ = -1;
-    return number;
-  }
-
- private:
-  int number_;
-};
-
-struct AddressList {
-  explicit AddressList(const std::string& host, std::uint16_t port) {
-    addrinfo hints{};
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_flags = AI_PASSIVE;
-    const int error = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &first);
-    if (error != 0) {
-      throw EngineFailure(
-          fmt::format("the host {} isn't known: {}", engine::ForeignText(host), gai_strerror(error)));
-    }
-  }
-  ~AddressList() { freeaddrinfo(first); }
-  AddressList(const AddressList&) = delete;
-  AddressList& operator=(const AddressList&) = delete;
-
-  addrinfo* first = nullptr;
-};
-
-struct Endpoint {
-  std::string host;
-  std::string port;
-  std::string Text() const {
-    return host.find(':') == std::string::npos ? fmt::format("{}:{}", host, port)
-                                               : fmt::format("[{}]:{}", host, port);
-  }
-};
-
-Endpoint ReadEndpoint(const sockaddr_storage& address, socklen_t length) {
-  std::array<char, NI_MAXHOST> host{};
-  std::array<char, NI_MAXSERV> port{};
-  getnameinfo(reinterpret_cast<const sockaddr*>(&address), length, host.data(), host.size(), port.data(),
-              port.size(), NI_NUMERICHOST | NI_NUMERICSERV);
-  return {host.data(), port.data()};
-}
-
-Endpoint LocalEndpoint(int socket) {
-  sockaddr_storage address{};
-  socklen_t length = sizeof address;
-  getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length);
-  return ReadEndpoint(address, length);
-}
-
-void SetPort(sockaddr* address, std::uint16_t port) {
-  if (address->sa_family == AF_INET6) {
-    reinterpret_cast<sockaddr_in6*>(address)->sin6_port = htons(port);
-  } else {
-    reinterpret_cast<sockaddr_in*>(address)->sin_port = htons(port);
-  }
-}
-
-bool IsLoopbackAddress(const sockaddr* address) {
-  if (address->sa_family == AF_INET6)
-    return IN6_IS_ADDR_LOOPBACK(&reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr);
-  return ntohl(reinterpret_cast<const sockaddr_in*>(address)->sin_addr.s_addr) >> 24 == IN_LOOPBACKNET;
-}
-
-// 0, or why not.
-int TryListen(int socket, const addrinfo& address) {
-  if (socket < 0) return errno;
-  const int on = 1;
-  setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  if (address.ai_family == AF_INET6) setsockopt(socket, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on);
-  const bool listens =
-      bind(socket, address.ai_addr, address.ai_addrlen) == 0 && listen(socket, kBacklog) == 0;
-  return listens ? 0 : errno;
-}
-
-// The machine doesn't have such an address; where a family is switched off, either is said.
-bool IsNotHere(int error) { return error == EAFNOSUPPORT || error == EADDRNOTAVAIL; }
-
-// A host may stand for several addresses; all of them get the same port. What isn't here is left out when
-// there is another.
-std::vector<Descriptor> Listen(const std::string& host, std::uint16_t port) {
-  const AddressList addresses(host, port);
-  std::vector<Descriptor> listeners;
-  int error = 0;
-  for (const addrinfo* at = addresses.first; at != nullptr; at = at->ai_next) {
-    Descriptor listener(socket(at->ai_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    SetPort(at->ai_addr, port);
-    error = TryListen(listener.Number(), *at);
-    if (IsNotHere(error)) continue;
-    if (error != 0) break;
-    if (port == 0) port = static_cast<std::uint16_t>(std::stoi(LocalEndpoint(listener.Number()).port));
-    listeners.push_back(std::move(listener));
-  }
-  if (error == 0 || (IsNotHere(error) && !listeners.empty())) return listeners;
-  throw EngineFailure(fmt::format("can't listen on {}: {}",
-                                  Endpoint{engine::ForeignText(host), std::to_string(port)}.Text(),
-                                  SystemText(error)));
-}
 
 }  // namespace
 
@@ -203,7 +87,7 @@ void LineServer::State::Accept(int listener) {
     socklen_t length = sizeof client;
     Descriptor socket(accept4(listener, reinterpret_cast<sockaddr*>(&client), &length, SOCK_CLOEXEC));
     if (socket.Number() >= 0) {
-      Open(std::move(socket), ReadEndpoint(client, length));
+      Open(std::move(socket), ReadEndpoint(reinterpret_cast<const sockaddr*>(&client), length));
       continue;
     }
     const bool isDone = errno == EAGAIN || errno == EWOULDBLOCK;
@@ -281,13 +165,5 @@ void LineServer::Run() {
 }
 
 void LineServer::Stop() noexcept { eventfd_write(state_->wakeUp.Number(), 1); }
-
-bool IsLoopback(const std::string& host) {
-  const AddressList addresses(host, 0);
-  for (const addrinfo* at = addresses.first; at != nullptr; at = at->ai_next) {
-    if (!IsLoopbackAddress(at->ai_addr)) return false;
-  }
-  return true;
-}
 
 }  // namespace nvadmin::host

@@ -50,7 +50,4 @@ class LineServer {
   std::unique_ptr<State> state_;
 };
 
-// Whether only this machine can reach the host. Fails when the host isn't known.
-bool IsLoopback(const std::string& host);
-
 }  // namespace nvadmin::host

@@ -12,6 +12,7 @@
 
 #include "engine/CodePage.h"
 #include "host/LineServer.h"
+#include "host/Listeners.h"
 #include "host/LogInDesk.h"
 #include "host/ServerLog.h"
 #include "host/Users.h"
@@ -86,6 +87,14 @@ void EndSessions(ServerSessions& sessions, const sigset_t& signals) {
   std::_Exit(static_cast<int>(ExitCode::kFailed));
 }
 
+// How to add a user, with the home and an account as they are.
+std::string UserAddCommand(const engine::Home& home) {
+  const std::vector<engine::Account> accounts = home.Accounts();
+  return fmt::format("nvadmin --home {} user add NAME --account {}",
+                     engine::ForeignText(home.Folder().string()),
+                     accounts.empty() ? "A,B" : accounts.front().name);
+}
+
 LineServerSettings ForLineServer(const ServeSettings& settings, std::function<void(std::string_view)> trace) {
   const HostAndPort address = ReadAddress(settings.line).value();
   return {address.host,        address.port,   settings.certificate, settings.key,
@@ -95,14 +104,18 @@ LineServerSettings ForLineServer(const ServeSettings& settings, std::function<vo
 WebServerSettings ForWebServer(const ServeSettings& settings, std::function<void(std::string_view)> trace) {
   const HostAndPort address = ReadAddress(settings.web).value();
   const LineLimits& line = settings.lineLimits;
-  return {address.host,           address.port,      settings.certificate,
-          settings.key,           settings.webNames, {line.lineBytes, line.idle, line.stall, settings.resume},
-          settings.sessionLimits, settings.logIn,    std::move(trace)};
+  std::vector<WebName> names;
+  for (const std::string& name : settings.webNames) names.push_back(ReadWebName(name).value());
+  return {address.host,           address.port,     settings.certificate,
+          settings.key,           std::move(names), {line.lineBytes, line.idle, line.stall, settings.resume},
+          settings.sessionLimits, settings.logIn,   settings.loggedIn,
+          std::move(trace)};
 }
 
 }  // namespace
 
 bool IsAddress(const std::string& text) { return ReadAddress(text).has_value(); }
+bool IsWebName(const std::string& text) { return ReadWebName(text).has_value(); }
 
 ExitCode Serve(engine::Home& home, const ServeSettings& given,
                std::function<void(std::string_view line)> trace) {
@@ -129,7 +142,8 @@ ExitCode Serve(engine::Home& home, const ServeSettings& given,
     LogEvent(fmt::format("web server listens on {}", webServer->Address()));
   }
   if (users.IsEmpty())
-    LogEvent("no users yet: add one with 'nvadmin user add NAME --account A,B', also while the server runs");
+    LogEvent(
+        fmt::format("no users yet: add one with '{}', also while the server runs", UserAddCommand(home)));
 
   std::thread lineThread([&] {
     if (lineServer) lineServer->Run();

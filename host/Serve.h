@@ -11,6 +11,7 @@
 #include "host/LinePort.h"
 #include "host/ServerSessions.h"
 #include "host/TclSession.h"
+#include "host/WebLogIns.h"
 #include "host/WebPort.h"
 
 namespace nvadmin::host {
@@ -24,15 +25,18 @@ struct ServeSettings {
   std::string certificate;  // PEM files; both or none
   std::string key;
   bool insecure = false;              // plain text is allowed beyond this machine
-  std::vector<std::string> webNames;  // by which browsers may know the web server
+  std::vector<std::string> webNames;  // by which browsers may know the web server; see IsWebName
   LineLimits lineLimits;              // for both servers, as far as both have them
   std::chrono::seconds resume = WebLimits().resume;
   SessionLimits sessionLimits;
   std::chrono::seconds logIn{60};
+  std::chrono::seconds loggedIn = WebLogIns::kLife;  // after a browser's last use
 };
 
 // Whether the text is a HOST:PORT as above.
 bool IsAddress(const std::string& text);
+// Whether it is NAME, or https://NAME for one that a proxy serves under TLS.
+bool IsWebName(const std::string& text);
 
 // Requires neither or both of the PEM files. Returns when a signal ended it (see RunServe).
 // Fails, naming what can't be used.

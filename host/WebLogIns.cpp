@@ -34,7 +34,7 @@ std::int64_t WebLogIns::Remove(std::string_view token) {
 }
 
 void WebLogIns::ForgetOld(TimePoint now) {
-  std::erase_if(entries_, [now](const Entry& entry) { return now - entry.used > kLife; });
+  std::erase_if(entries_, [this, now](const Entry& entry) { return now - entry.used > life_; });
 }
 
 WebLogIns::Entries::iterator WebLogIns::Locate(std::string_view token) {

@@ -1,5 +1,5 @@
 // Who is logged in at the web server: a table from the random tokens in browsers' cookies to users. It
-// forgets a log-in twelve hours after its last use, and of too many the one used longest ago. It knows no
+// forgets a log-in so long after its last use, and of too many the one used longest ago. It knows no
 // clock; the caller says what time it is. One thread at a time.
 #pragma once
 
@@ -26,7 +26,7 @@ class WebLogIns {
   using TimePoint = std::chrono::steady_clock::time_point;
   static constexpr std::chrono::hours kLife{12};
 
-  explicit WebLogIns(std::size_t most = 4096) : most_(most) {}
+  explicit WebLogIns(std::chrono::seconds life = kLife, std::size_t most = 4096) : life_(life), most_(most) {}
 
   // The token of the new log-in, whose number is given here.
   std::string Add(WebLogIn logIn, TimePoint now);
@@ -47,6 +47,7 @@ class WebLogIns {
   void ForgetOld(TimePoint now);
   Entries::iterator Locate(std::string_view token);
 
+  std::chrono::seconds life_;
   std::size_t most_;
   std::int64_t lastNumber_ = 0;
   Entries entries_;

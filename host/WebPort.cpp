@@ -1,6 +1,7 @@
 #include "host/WebPort.h"
 
 #include <exception>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -123,13 +124,18 @@ engine::InputResult WebPort::Take(std::string& line, Wanted wanted) {
   for (;;) {
     line.clear();
     if (IsLost()) return engine::InputResult::kLost;
-    const bool isProgress = progressShown_;
+    const bool isProgress = std::exchange(progressShown_, false);
+    if (!isProgress) BeginWait(wanted);
     Flush();
-    progressShown_ = false;
     if (isProgress) return engine::InputResult::kLine;
     const std::string question = screen_.OpenLine();
     const std::optional<Line> taken = AwaitLine(wanted, until);
     if (!taken) return engine::InputResult::kLost;
+    if (taken->number == 0 && wanted == Wanted::kSentence) {
+      gathered_ += kLineEnd;
+      gathered_ += question;
+      continue;
+    }
     screen_.CloseLine();
     std::string refused;
     if (engine::FromUtf8(taken->utf8, line, refused)) return engine::InputResult::kLine;
@@ -139,23 +145,29 @@ engine::InputResult WebPort::Take(std::string& line, Wanted wanted) {
   }
 }
 
-// Without a number: an interrupt takes the place of an answer. None: the port is lost.
+// From before the user sees what is waited for. An interrupt that came earlier counts for a question at the
+// terminal, and for nothing else.
+void WebPort::BeginWait(Wanted wanted) {
+  const std::lock_guard lock(mutex_);
+  if (wanted == Wanted::kSentence || kept_.ShowsFrame()) interrupted_ = false;
+  wanted_ = wanted;
+}
+
+// Without a number: an interrupt came instead. None: the port is lost.
 std::optional<WebPort::Line> WebPort::AwaitLine(Wanted wanted, Clock::time_point until) {
   std::unique_lock lock(mutex_);
-  if (wanted == Wanted::kSentence) interrupted_ = false;
-  const auto isDropped = [&] { return interrupted_ && wanted == Wanted::kAnswer; };
   const bool inTime =
-      changed_.wait_until(lock, until, [&] { return lost_ || ending_ || !input_.empty() || isDropped(); });
+      changed_.wait_until(lock, until, [&] { return lost_ || ending_ || !input_.empty() || interrupted_; });
+  wanted_ = Wanted::kNothing;
   if (ending_) {
     End(kServerEnds);
   } else if (!inTime) {
     End("no line came in time");
   }
   if (lost_) return std::nullopt;
-  if (isDropped()) {
-    interrupted_ = false;
-    return Line{};
-  }
+  const bool isInterrupted = std::exchange(interrupted_, false);
+  // A sentence that is there already was given before.
+  if (isInterrupted && (wanted == Wanted::kAnswer || input_.empty())) return Line{};
   Line line = std::move(input_.front());
   input_.pop_front();
   inputBytes_ -= line.utf8.size();
@@ -179,8 +191,11 @@ WebPort::Taken WebPort::TakeLine(std::uint64_t number, std::string_view utf8) {
   return Taken::kAccepted;
 }
 
-void WebPort::Interrupt() noexcept {
+void WebPort::Interrupt(const std::function<void()>& stop) {
   const std::lock_guard lock(mutex_);
+  const bool isForms = kept_.EndsInFrame() || (wanted_ == Wanted::kAnswer && kept_.ShowsFrame());
+  if (isForms) return;
+  if (wanted_ != Wanted::kSentence) stop();
   interrupted_ = true;
   changed_.notify_all();
 }
@@ -195,8 +210,9 @@ void WebPort::Attach(std::shared_ptr<WebChannel> channel, std::uint64_t seen) {
   queue_.clear();
   queuedBytes_ = 0;
   KeptOutput::Replay replay = kept_.After(seen);
-  Queue(std::make_shared<const std::string>(
-      fmt::format("S{} {} {} {} {}", token_, screen_.CursorWord(), received_, replay.next, account_)));
+  Queue(
+      std::make_shared<const std::string>(fmt::format("S{} {} {} {} {} {}", token_, screen_.CursorWord(),
+                                                      limits_.lineBytes, received_, replay.next, account_)));
   for (WebMessage& message : replay.messages) Queue(std::move(message));
   changed_.notify_all();
 }

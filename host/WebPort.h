@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -93,8 +94,9 @@ class WebPort final : public SessionPort {
   // `isLast`: nothing comes behind it.
   WebMessage NextOutput(const WebChannel& channel, bool& isLast);
 
-  // Ends the wait for an answer, as an empty one; the prompt waits on.
-  void Interrupt() noexcept;
+  // Stops what runs, by calling `stop`, with locks held. A wait for an answer at the terminal ends too, as an
+  // empty one. A form's wait is left alone, and the prompt is shown again.
+  void Interrupt(const std::function<void()>& stop);
   // The session ends at its next wait for a line.
   void EndSoon() noexcept;
   // The port is lost.
@@ -107,9 +109,10 @@ class WebPort final : public SessionPort {
     std::uint64_t number = 0;
     std::string utf8;
   };
-  enum class Wanted { kSentence, kAnswer };
+  enum class Wanted { kNothing, kSentence, kAnswer };
 
   engine::InputResult Take(std::string& line, Wanted wanted);
+  void BeginWait(Wanted wanted);
   std::optional<Line> AwaitLine(Wanted wanted, Clock::time_point until);
   void NoteOpenLine(std::string_view text, bool lineEnd);
   // Counts, keeps and queues a message; waits for room.
@@ -140,7 +143,8 @@ class WebPort final : public SessionPort {
   Clock::time_point detachedSince_ = Clock::now();
   std::deque<Line> input_;
   std::size_t inputBytes_ = 0;
-  std::uint64_t received_ = 0;  // lines
+  std::uint64_t received_ = 0;        // lines
+  Wanted wanted_ = Wanted::kNothing;  // that the session's thread waits for
   bool interrupted_ = false;
   bool ending_ = false;
   bool lost_ = false;

@@ -8,7 +8,6 @@
 #include <openssl/ssl.h>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/ip/v6_only.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -31,7 +30,7 @@
 #include "engine/CodePage.h"
 #include "host/ClientAddress.h"
 #include "host/Connection.h"
-#include "host/LineServer.h"
+#include "host/Listeners.h"
 #include "host/ServerLog.h"
 #include "host/WebSession.h"
 #include "host/WebSite.h"
@@ -58,7 +57,9 @@ constexpr std::size_t kConnectionsPerSession = 4;
 constexpr std::chrono::seconds kRequestTime{30};
 constexpr std::chrono::seconds kKeepAlive{30};
 constexpr std::chrono::seconds kFarewell{2};
-constexpr std::chrono::seconds kSilence{60};  // of a page; half way it is asked for a sign of life
+constexpr std::chrono::seconds kSilence{60};     // of a page; half way it is asked for a sign of life
+constexpr std::chrono::seconds kSignOfLife{20};  // for a page to which nothing else goes out
+constexpr std::size_t kRefusalsAtOnce = 64;      // of connections that are too many
 constexpr std::chrono::seconds kAcceptPause{1};
 constexpr std::chrono::seconds kLook{1};
 constexpr std::chrono::milliseconds kLastLook{20};
@@ -71,12 +72,6 @@ struct Client {
   std::string address;
   std::string from;  // with the port
 };
-
-std::string EndpointText(const tcp::endpoint& endpoint) {
-  const std::string address = endpoint.address().to_string();
-  return endpoint.address().is_v6() ? fmt::format("[{}]:{}", address, endpoint.port())
-                                    : fmt::format("{}:{}", address, endpoint.port());
-}
 
 // A connection of either kind, as the server knows it.
 class OpenConnection {
@@ -101,22 +96,27 @@ struct WebServer::State {
       SSL_CTX_up_ref(tls->NativeContext());
       tlsContext.emplace(tls->NativeContext());
     }
-    Listen();
-    const std::string port = std::to_string(acceptors.front().local_endpoint().port());
-    url = fmt::format("{}://{}/", tls ? "https" : "http", EndpointText(acceptors.front().local_endpoint()));
-    site.emplace(
-        home, users, desk, sessions,
-        WebSiteSettings{tls.has_value(), IsLoopback(settings.host), port, settings.names, settings.logIn});
+    std::vector<Descriptor> listeners = Listen(settings.host, settings.port);
+    const Endpoint first = LocalEndpoint(listeners.front().Number());
+    for (Descriptor& listener : listeners) {
+      const bool isV6 = LocalEndpoint(listener.Number()).host.find(':') != std::string::npos;
+      acceptors.emplace_back(io, isV6 ? tcp::v6() : tcp::v4(), listener.Number());
+      listener.Release();
+    }
+    url = fmt::format("{}://{}/", tls ? "https" : "http", first.Text());
+    site.emplace(home, users, desk, sessions,
+                 WebSiteSettings{tls.has_value(), IsLoopback(settings.host), first.port, settings.names,
+                                 settings.logIn, settings.loggedIn});
   }
   ~State() {
     if (site) site->EndSoon();
   }
 
-  void Listen();
   void Accept(tcp::acceptor& acceptor);
   void Open(tcp::socket socket);
   void Look();
   void AwaitLook(std::chrono::milliseconds pause);
+  std::size_t MostConnections() const { return settings.sessionLimits.all * kConnectionsPerSession; }
   bool HasPlaceFor(const std::string& address) const;
 
   WebServerSettings settings;
@@ -206,11 +206,17 @@ class PageConnection final : public OpenConnection,
 
   bool HasSession() const override { return session_ != nullptr; }
   void Look(Clock::time_point now) override {
-    const bool isStalled = isWriting_ && now - writingSince_ > serving_.limits.stall;
-    const bool isSilent = !session_ && !isClosing_ && now - openedAt_ > kRequestTime;
-    if (isStalled)
+    if (isWriting_ && now - writingSince_ > serving_.limits.stall) {
       LogEvent(fmt::format("page from {} cut off: it took nothing of what was sent to it", client_.from));
-    if (isStalled || isSilent) Break();
+      return Break();
+    }
+    if (session_ != nullptr && !isWriting_ && now - writingSince_ >= kSignOfLife)
+      return Write(kSignOfLifeText);
+    if (session_ != nullptr || isClosing_ || last_ != nullptr || isLast_ || now - openedAt_ <= kRequestTime)
+      return;
+    LogEventOfMany("silent pages",
+                   fmt::format("page from {} cut off: it asked for no session", client_.from));
+    SayLast("Xthe page asked for no session in time");
   }
   void Break() noexcept override {
     const auto self = this->shared_from_this();  // the session may be the last to hold it
@@ -228,9 +234,25 @@ class PageConnection final : public OpenConnection,
 
   void Read() {
     socket_.async_read(received_, [self = this->shared_from_this()](Failure failure, std::size_t) {
-      if (failure) return self->Leave();
+      if (failure) return self->LoseInput(failure);
       self->TakeReceived();
     });
+  }
+
+  // What the page sent as no page of ours does was answered with a closing code already.
+  void LoseInput(const Failure& failure) {
+    if (!isClosing_ && failure == websocket::error::message_too_big) {
+      LogCut(fmt::format("its line is longer than {} bytes", serving_.limits.lineBytes));
+    } else if (!isClosing_ && failure == websocket::condition::protocol_violation) {
+      LogCut(kBroken);
+    } else if (!isClosing_ && failure == beast::error::timeout) {
+      LogCut("it gave no sign of life");
+    }
+    Leave();
+  }
+
+  void LogCut(std::string_view why) const {
+    LogEventOfMany("broken pages", fmt::format("page from {} cut off: {}", client_.from, why));
   }
 
   void TakeReceived() {
@@ -262,17 +284,17 @@ class PageConnection final : public OpenConnection,
         Close(websocket::close_code::try_again_later);
         break;
       case WebSession::Verdict::kBroken:
-        LogEventOfMany("broken pages",
-                       fmt::format("page from {} cut off: it doesn't keep to the protocol", client_.from));
+        LogCut(kBroken);
         Close(websocket::close_code::protocol_error);
         break;
     }
   }
 
   // Sends what waits, a piece at a time, so that each piece shows that the page still reads.
-  void Write() {
+  void Write(WebMessage otherwise = nullptr) {
     if (isWriting_ || isClosing_) return;
-    if (message_ == nullptr && !NextMessage()) return;
+    if (message_ == nullptr && !NextMessage()) message_ = std::move(otherwise);
+    if (message_ == nullptr) return;
     const std::size_t length = std::min(kPieceBytes, message_->size() - sent_);
     const bool isWhole = sent_ + length == message_->size();
     isWriting_ = true;
@@ -324,6 +346,9 @@ class PageConnection final : public OpenConnection,
     if (session_ != nullptr) session_->Port().Detach(*this);
   }
 
+  static constexpr std::string_view kBroken = "it doesn't keep to the protocol";
+  static inline const WebMessage kSignOfLifeText = std::make_shared<const std::string>("P");
+
   Serving serving_;
   websocket::stream<Stream> socket_;
   Client client_;
@@ -337,7 +362,7 @@ class PageConnection final : public OpenConnection,
   WebMessage last_;  // to be sent when it is through
   bool isLast_ = false;
   bool isWriting_ = false;
-  Clock::time_point writingSince_;
+  Clock::time_point writingSince_ = Clock::now();  // the last piece
   bool isClosing_ = false;
 };
 
@@ -371,15 +396,24 @@ class RequestConnection final : public OpenConnection,
   void Start() {
     ExpireAfter(kRequestTime);
     Secure(stream_, [self = this->shared_from_this()](Failure failure) {
-      if (!failure) self->AwaitRequest();
+      if (!failure) return self->AwaitRequest();
+      if (failure == beast::error::timeout) self->LogRefused("no TLS handshake in time");
     });
   }
+  // Instead of Start.
+  void Refuse(std::string_view why) { Send(serving_.site.Refusal(503, why)); }
 
+  void Look(Clock::time_point now) override {
+    if (!readingSince_ || now - *readingSince_ <= kRequestTime) return;
+    isLate_ = true;
+    beast::get_lowest_layer(stream_).cancel();
+  }
   void Break() noexcept override { beast::get_lowest_layer(stream_).close(); }
 
  private:
   using Request = http::request<http::string_body>;
   using Response = http::response<http::span_body<const char>>;
+  static constexpr char kFetchSite[] = "Sec-Fetch-Site";
 
   void ExpireAfter(std::chrono::seconds time) { beast::get_lowest_layer(stream_).expires_after(time); }
 
@@ -398,23 +432,38 @@ class RequestConnection final : public OpenConnection,
     parser_.emplace();
     parser_->header_limit(kHeaderBytes);
     parser_->body_limit(kBodyBytes);
-    ExpireAfter(kRequestTime);
+    // Its time is looked at from outside: a stream whose own time is up can't be answered any more.
+    beast::get_lowest_layer(stream_).expires_never();
+    readingSince_ = Clock::now();
+    isLate_ = false;
     http::async_read(stream_, received_, *parser_,
                      [self = this->shared_from_this()](Failure failure, std::size_t) {
+                       self->readingSince_.reset();
                        failure ? self->RefuseBroken(failure) : self->Serve(self->parser_->release());
                      });
   }
 
+  void LogRefused(std::string_view why) const {
+    LogEventOfMany("refused requests", fmt::format("request from {} refused: {}", client_.from, why));
+  }
+
   void RefuseBroken(Failure failure) {
     keepsAlive_ = isHead_ = false;
-    if (failure == http::error::header_limit) {
-      Send(serving_.site.Refusal(431, "The request's header is too long."));
+    if (isLate_) {
+      RefuseRequest(408, "The request didn't come whole in time.");
+    } else if (failure == http::error::header_limit) {
+      RefuseRequest(431, "The request's header is too long.");
     } else if (failure == http::error::body_limit) {
-      Send(serving_.site.Refusal(413, "The request is too long."));
+      RefuseRequest(413, "The request is too long.");
     } else if (failure.category() == http::make_error_code(http::error::bad_line_ending).category() &&
                failure != http::error::end_of_stream && failure != http::error::partial_message) {
-      Send(serving_.site.Refusal(400, "This is no request that can be understood."));
+      RefuseRequest(400, "This is no request that can be understood.");
     }
+  }
+
+  void RefuseRequest(int status, std::string_view why) {
+    LogRefused(why);
+    Send(serving_.site.Refusal(status, why));
   }
 
   void Serve(Request&& request) {
@@ -438,10 +487,13 @@ class RequestConnection final : public OpenConnection,
     const auto text = [](beast::string_view view) { return std::string(view.data(), view.size()); };
     asked.method = text(request.method_string());
     asked.path = text(request.target());
-    asked.path.resize(std::min(asked.path.find('?'), asked.path.size()));
+    const std::size_t end = std::min(asked.path.find('?'), asked.path.size());
+    asked.query = asked.path.substr(std::min(end + 1, asked.path.size()));
+    asked.path.resize(end);
     if (request.count(http::field::host) == 1) asked.host = text(request[http::field::host]);
     if (request.count(http::field::origin) > 0) asked.origin = text(request[http::field::origin]);
-    for (auto [at, end] = request.equal_range(http::field::cookie); at != end; ++at)
+    if (request.count(kFetchSite) > 0) asked.fetchSite = text(request[kFetchSite]);
+    for (auto [at, last] = request.equal_range(http::field::cookie); at != last; ++at)
       asked.cookies += (asked.cookies.empty() ? "" : "; ") + text(at->value());
     asked.contentType = text(request[http::field::content_type]);
     asked.body = request.body();
@@ -467,14 +519,26 @@ class RequestConnection final : public OpenConnection,
     response_->content_length(body.size());
     response_->keep_alive(keepsAlive_);
     serializer_.emplace(*response_);
-    ExpireAfter(std::chrono::duration_cast<std::chrono::seconds>(serving_.limits.stall));
-    const auto then = [self = this->shared_from_this()](Failure failure, std::size_t) {
-      if (failure) return;
-      self->answer_ = {};
-      self->keepsAlive_ ? self->AwaitRequest() : self->End();
-    };
-    isHead_ ? http::async_write_header(stream_, *serializer_, then)
-            : http::async_write(stream_, *serializer_, then);
+    serializer_->split(isHead_);
+    WriteSome();
+  }
+
+  // Each piece that the other side takes renews the time for the next.
+  void WriteSome() {
+    ExpireAfter(serving_.limits.stall);
+    http::async_write_some(
+        stream_, *serializer_, [self = this->shared_from_this()](Failure failure, std::size_t) {
+          if (failure == beast::error::timeout)
+            LogEventOfMany(
+                "stalled answers",
+                fmt::format("answer to {} cut off: nothing of it was taken any more", self->client_.from));
+          if (failure) return;
+          const bool isWhole =
+              self->isHead_ ? self->serializer_->is_header_done() : self->serializer_->is_done();
+          if (!isWhole) return self->WriteSome();
+          self->answer_ = {};
+          self->keepsAlive_ ? self->AwaitRequest() : self->End();
+        });
   }
 
   // With bytes unread the answer could be lost on its way: they are taken in for a moment.
@@ -498,6 +562,8 @@ class RequestConnection final : public OpenConnection,
   Place place_;
   beast::flat_buffer received_{kHeaderBytes + kBodyBytes};
   boost::optional<http::request_parser<http::string_body>> parser_;
+  std::optional<Clock::time_point> readingSince_;  // a request that has begun
+  bool isLate_ = false;
   WebAnswer answer_;
   boost::optional<Response> response_;
   boost::optional<http::serializer<false, http::span_body<const char>>> serializer_;
@@ -505,39 +571,7 @@ class RequestConnection final : public OpenConnection,
   bool isHead_ = false;
 };
 
-[[noreturn]] void FailToListen(const WebServerSettings& settings, const Failure& failure) {
-  throw EngineFailure(fmt::format("can't listen on {}:{}: {}", engine::ForeignText(settings.host),
-                                  settings.port, failure.message()));
-}
-
 }  // namespace
-
-// A host may stand for several addresses; all of them get the same port. What isn't here is left out when
-// there is another.
-void WebServer::State::Listen() {
-  Failure failure;
-  tcp::resolver resolver(io);
-  const auto addresses = resolver.resolve(settings.host, std::to_string(settings.port),
-                                          tcp::resolver::passive | tcp::resolver::numeric_service, failure);
-  if (failure) FailToListen(settings, failure);
-  std::uint16_t port = settings.port;
-  for (const auto& entry : addresses) {
-    const tcp::endpoint endpoint(entry.endpoint().address(), port);
-    tcp::acceptor acceptor(io);
-    acceptor.open(endpoint.protocol(), failure);
-    if (!failure) acceptor.set_option(tcp::acceptor::reuse_address(true), failure);
-    if (!failure && endpoint.address().is_v6()) acceptor.set_option(net::ip::v6_only(true), failure);
-    if (!failure) acceptor.bind(endpoint, failure);
-    if (!failure) acceptor.listen(net::socket_base::max_listen_connections, failure);
-    const bool isNotHere = failure == net::error::address_family_not_supported ||
-                           failure == boost::system::errc::address_not_available;
-    if (isNotHere) continue;
-    if (failure) FailToListen(settings, failure);
-    port = acceptor.local_endpoint().port();
-    acceptors.push_back(std::move(acceptor));
-  }
-  if (acceptors.empty()) FailToListen(settings, failure);
-}
 
 void WebServer::State::Accept(tcp::acceptor& acceptor) {
   acceptor.async_accept([this, &acceptor](Failure failure, tcp::socket socket) {
@@ -559,7 +593,7 @@ void WebServer::State::Accept(tcp::acceptor& acceptor) {
 bool WebServer::State::HasPlaceFor(const std::string& address) const {
   const auto here = perAddress.find(CountedAddress(address));
   const std::size_t count = here == perAddress.end() ? 0 : here->second;
-  return connections.size() < settings.sessionLimits.all * kConnectionsPerSession &&
+  return connections.size() < MostConnections() &&
          count < settings.sessionLimits.perAddress * kConnectionsPerSession;
 }
 
@@ -567,12 +601,18 @@ void WebServer::State::Open(tcp::socket socket) {
   Failure failure;
   const tcp::endpoint endpoint = socket.remote_endpoint(failure);
   if (failure) return;
-  const Client client{endpoint.address().to_string(), EndpointText(endpoint)};
-  if (!HasPlaceFor(client.address))
-    return LogEventOfMany("refused connections",
-                          fmt::format("connection from {} refused: there are too many", client.from));
-  socket.set_option(tcp::no_delay(true), failure);
+  const Endpoint its = ReadEndpoint(endpoint.data(), static_cast<socklen_t>(endpoint.size()));
+  const Client client{its.host, its.Text()};
   const Serving serving{io, *site, sessions, settings.limits, connections, perAddress};
+  socket.set_option(tcp::no_delay(true), failure);
+  if (!HasPlaceFor(client.address)) {
+    LogEventOfMany("refused connections",
+                   fmt::format("connection from {} refused: there are too many", client.from));
+    // Under TLS it would have to make its handshake first to be told.
+    if (tls || connections.size() >= MostConnections() + kRefusalsAtOnce) return;
+    return std::make_shared<RequestConnection<PlainStream>>(serving, PlainStream(std::move(socket)), client)
+        ->Refuse("There are too many connections: try again in a moment.");
+  }
   if (tls) {
     std::make_shared<RequestConnection<TlsStream>>(serving, TlsStream(std::move(socket), *tlsContext), client)
         ->Start();

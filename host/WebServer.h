@@ -14,7 +14,9 @@
 #include "host/LogInDesk.h"
 #include "host/ServerSessions.h"
 #include "host/Users.h"
+#include "host/WebLogIns.h"
 #include "host/WebPort.h"
+#include "host/WebSite.h"
 
 namespace nvadmin::host {
 
@@ -23,10 +25,11 @@ struct WebServerSettings {
   std::uint16_t port = 0;   // 0: one that is free
   std::string certificate;  // PEM files; empty: plain text
   std::string key;
-  std::vector<std::string> names;  // by which browsers may know it, beside those of this machine
+  std::vector<WebName> names;  // by which browsers may know it, beside those of this machine
   WebLimits limits;
   SessionLimits sessionLimits;  // connections are limited to four times as many
   std::chrono::seconds logIn{60};
+  std::chrono::seconds loggedIn = WebLogIns::kLife;
   std::function<void(std::string_view line)> trace;
 };
 

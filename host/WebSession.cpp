@@ -95,11 +95,10 @@ void WebSession::RunSentences() {
 
 WebSession::Verdict WebSession::Take(std::string_view message) {
   if (message.size() == 1 && message.front() == kInterrupt) {
-    {
+    port_.Interrupt([this] {
       const std::lock_guard lock(runningMutex_);
       if (running_ != nullptr) running_->Interrupt();
-    }
-    port_.Interrupt();
+    });
     return Verdict::kFine;
   }
   if (!message.starts_with(kLine)) return Verdict::kBroken;

@@ -25,6 +25,9 @@ constexpr std::string_view kFormType = "application/x-www-form-urlencoded";
 constexpr std::string_view kRefused = "Log-in refused: user, password or account is wrong.";
 constexpr std::string_view kNoUsers =
     "This server has no users yet. Its operator adds one with: nvadmin user add NAME --account A,B";
+constexpr std::string_view kEnded = "Your log-in has ended. Log in again.";
+constexpr std::string_view kEndedQuery = "ended";
+constexpr std::string_view kSafe = "https://";
 constexpr std::string_view kTooMany = "Too many are logging in at the moment: try again.";
 constexpr std::string_view kThisMachine[] = {"localhost", "127.0.0.1", "[::1]"};
 constexpr std::size_t kLogInsAtOnce = 64;
@@ -105,17 +108,21 @@ std::string DecodeForm(std::string_view text) {
   return decoded;
 }
 
-// A field of a form, in the code page; text that has no such form is wrong in any case and stays as it is.
-std::string FormField(std::string_view name, std::string_view form) {
+// A field of a form, as it was typed: in UTF-8, if no stranger made it.
+std::string TypedField(std::string_view name, std::string_view form) {
   while (!form.empty()) {
     std::string_view value = TakePiece(form, '&');
-    if (TakePiece(value, '=') != name) continue;
-    const std::string utf8 = DecodeForm(value);
-    std::string bytes;
-    std::string refused;
-    return engine::FromUtf8(utf8, bytes, refused) ? bytes : utf8;
+    if (TakePiece(value, '=') == name) return DecodeForm(value);
   }
   return {};
+}
+
+// The same in the code page; text that has no such form is wrong in any case and stays as it is.
+std::string FormField(std::string_view name, std::string_view form) {
+  const std::string utf8 = TypedField(name, form);
+  std::string bytes;
+  std::string refused;
+  return engine::FromUtf8(utf8, bytes, refused) ? bytes : utf8;
 }
 
 // A name and a port, as a Host header and an origin have them, in small letters; the port is empty where
@@ -140,6 +147,14 @@ std::optional<WebHost> ReadWebHost(std::string_view text) {
 
 }  // namespace
 
+std::optional<WebName> ReadWebName(std::string_view text) {
+  const bool isSafe = SmallLetters(text.substr(0, kSafe.size())) == kSafe;
+  if (isSafe) text.remove_prefix(kSafe.size());
+  const std::optional<WebHost> host = ReadWebHost(text);
+  if (!host || host->name.size() != text.size()) return std::nullopt;
+  return WebName{host->name, isSafe};
+}
+
 WebSite::WebSite(engine::Home& home, Users& users, LogInDesk& desk, WebSessions& sessions,
                  WebSiteSettings settings)
     : home_(home),
@@ -147,10 +162,9 @@ WebSite::WebSite(engine::Home& home, Users& users, LogInDesk& desk, WebSessions&
       desk_(desk),
       sessions_(sessions),
       settings_(std::move(settings)),
+      logIns_(settings_.loggedIn),
       logInThreads_(kLogInsAtOnce, kLogInsPerAddress),
-      healthThreads_(kHealthChecksAtOnce, kHealthChecksAtOnce) {
-  for (std::string& name : settings_.names) name = SmallLetters(name);
-}
+      healthThreads_(kHealthChecksAtOnce, kHealthChecksAtOnce) {}
 
 // --- The table of pages ---
 
@@ -204,7 +218,7 @@ bool WebSite::ShowFile(const WebRequest& request, const Reply& reply) const {
 
 void WebSite::ShowPage(const WebRequest& request, const Reply& reply) {
   const std::optional<WebLogIn> logIn = FindLogIn(request);
-  if (!logIn) return reply(LogInPage(200, ""));
+  if (!logIn) return reply(LogInPage(200, request.query == kEndedQuery ? kEnded : ""));
   const std::string nonce = NewToken();
   WebAnswer answer = NewAnswer(200, kHtml, nonce);
   const std::string user = engine::ToUtf8(logIn->user);
@@ -244,11 +258,14 @@ WebAnswer WebSite::Refusal(int status, std::string_view text) const {
 
 // --- Log-ins ---
 
-WebAnswer WebSite::LogInPage(int status, std::string_view message) const {
+WebAnswer WebSite::LogInPage(int status, std::string_view message, std::string_view form) const {
   const std::string nonce = NewToken();
+  const std::string user = TypedField("user", form);
+  const std::string account = TypedField("account", form);
   WebAnswer answer = NewAnswer(status, kHtml, nonce);
   answer.headers.emplace_back("Set-Cookie", fmt::format("{}=1{}", kFormCookie, kCookieFlags));
-  answer.text = FillPage(FindWebFile("login.html")->bytes, {{"nonce", nonce}, {"message", message}});
+  answer.text = FillPage(FindWebFile("login.html")->bytes,
+                         {{"nonce", nonce}, {"message", message}, {"user", user}, {"account", account}});
   return answer;
 }
 
@@ -260,7 +277,10 @@ WebAnswer WebSite::SeePage(std::string cookie) const {
 }
 
 std::string WebSite::CookieHeader(std::string_view value, const WebRequest& request) const {
-  const bool isSecure = settings_.isTls || (request.origin && request.origin->starts_with("https:"));
+  const std::optional<WebHost> host = ReadWebHost(request.host);
+  const WebName* name = host ? FindName(host->name) : nullptr;
+  const bool isSecure = settings_.isTls || (name != nullptr && name->isSafe) ||
+                        (request.origin && request.origin->starts_with(kSafe));
   return fmt::format("{}={}{}{}", kCookie, value, kCookieFlags, isSecure ? "; Secure" : "");
 }
 
@@ -268,15 +288,15 @@ void WebSite::LogIn(const WebRequest& request, const Reply& reply) {
   if (!MayPost(request)) return reply(Refusal(403, "A log-in must come from this server's own page."));
   if (!SmallLetters(request.contentType).starts_with(kFormType))
     return reply(Refusal(415, "A log-in is a form."));
-  if (ending_) return reply(LogInPage(503, "The server is ending."));
+  if (ending_) return reply(LogInPage(503, "The server is ending.", request.body));
   const bool started = logInThreads_.Start(CountedAddress(request.address),
                                            [this, request, reply] { reply(CheckLogIn(request)); });
-  if (!started) reply(LogInPage(503, kTooMany));
+  if (!started) reply(LogInPage(503, kTooMany, request.body));
 }
 
 WebAnswer WebSite::CheckLogIn(const WebRequest& request) {
   try {
-    if (users_.IsEmpty()) return LogInPage(403, kNoUsers);
+    if (users_.IsEmpty()) return LogInPage(403, kNoUsers, request.body);
     const auto until = std::chrono::steady_clock::now() + settings_.logIn;
     const std::string name = FormField("user", request.body);
     const std::optional<LoggedIn> found =
@@ -287,7 +307,7 @@ WebAnswer WebSite::CheckLogIn(const WebRequest& request) {
       // What isn't the name of a user may be a password typed into the wrong field.
       LogEventOfMany("refused log-ins", fmt::format("log-in from {} refused: {}", request.from,
                                                     user ? "user " + user->name : "no such user"));
-      return LogInPage(403, kRefused);
+      return LogInPage(403, kRefused, request.body);
     }
     LogEvent(fmt::format("log-in from {}: user {}", request.from, found->user));
     const std::lock_guard lock(logInsMutex_);
@@ -296,7 +316,7 @@ WebAnswer WebSite::CheckLogIn(const WebRequest& request) {
     return SeePage(CookieHeader(token, request));
   } catch (const std::exception& failure) {
     LogEvent(fmt::format("log-in from {} failed: {}", request.from, failure.what()));
-    return LogInPage(503, "The log-in can't be checked; the server's log tells why.");
+    return LogInPage(503, "The log-in can't be checked; the server's log tells why.", request.body);
   }
 }
 
@@ -344,17 +364,16 @@ std::optional<WebLogIn> WebSite::AdmitPage(const WebRequest& request, WebAnswer&
 bool WebSite::IsOurHost(const WebRequest& request) const {
   const std::optional<WebHost> host = ReadWebHost(request.host);
   if (!host) return false;
-  const auto isGiven = [&](const auto& name) { return host->name == name; };
-  if (std::any_of(settings_.names.begin(), settings_.names.end(), isGiven)) return true;
+  if (FindName(host->name) != nullptr) return true;
   if (!settings_.isLoopback && settings_.names.empty()) return true;
   const std::string_view usualPort = settings_.isTls ? "443" : "80";
-  return std::any_of(std::begin(kThisMachine), std::end(kThisMachine), isGiven) &&
+  return std::find(std::begin(kThisMachine), std::end(kThisMachine), host->name) != std::end(kThisMachine) &&
          (host->port.empty() ? usualPort : std::string_view(host->port)) == settings_.port;
 }
 
 bool WebSite::IsOurOrigin(const WebRequest& request) const {
   std::string_view origin = *request.origin;
-  const bool isSafe = origin.starts_with("https://");
+  const bool isSafe = origin.starts_with(kSafe);
   if (!isSafe && !origin.starts_with("http://")) return false;
   origin.remove_prefix(origin.find("//") + 2);
   const std::optional<WebHost> host = ReadWebHost(request.host);
@@ -364,14 +383,22 @@ bool WebSite::IsOurOrigin(const WebRequest& request) const {
   if ((host->port.empty() ? usualPort : host->port) != (its->port.empty() ? usualPort : its->port))
     return false;
   // Under a name that was given, somebody else may speak TLS for this server.
-  const bool isGiven =
-      std::find(settings_.names.begin(), settings_.names.end(), host->name) != settings_.names.end();
-  return isSafe == settings_.isTls || (isSafe && isGiven);
+  const WebName* name = FindName(host->name);
+  if (name != nullptr && name->isSafe) return isSafe;
+  return isSafe == settings_.isTls || (isSafe && name != nullptr);
+}
+
+const WebName* WebSite::FindName(std::string_view name) const {
+  const auto found = std::find_if(settings_.names.begin(), settings_.names.end(),
+                                  [name](const WebName& given) { return given.name == name; });
+  return found == settings_.names.end() ? nullptr : &*found;
 }
 
 // Browsers send the origin "null" with a form of a page that gives no referrer, as ours; the cookie of the
-// log-in page and that of the log-in are sent with forms of this site alone.
+// log-in page and that of the log-in are sent with forms of this site alone. Most tell, too, whose page a
+// form is of; "none" is the user's own doing, as a form that is sent again.
 bool WebSite::MayPost(const WebRequest& request) const {
+  if (request.fetchSite && request.fetchSite != "same-origin" && request.fetchSite != "none") return false;
   if (!request.origin) return true;
   if (*request.origin != "null") return IsOurOrigin(request);
   return !CookiesNamed(kFormCookie, request.cookies).empty() ||

@@ -26,9 +26,11 @@ namespace nvadmin::host {
 
 struct WebRequest {
   std::string method;
-  std::string path;  // as it was sent, without a query
+  std::string path;  // as it was sent
+  std::string query;
   std::string host;
   std::optional<std::string> origin;
+  std::optional<std::string> fetchSite;  // whose page sends it, as browsers tell
   std::string cookies;
   std::string contentType;
   std::string body;
@@ -44,12 +46,21 @@ struct WebAnswer {
   std::string_view Body() const { return fixed.empty() ? std::string_view(text) : fixed; }
 };
 
+// A name by which browsers may know the server.
+struct WebName {
+  std::string name;     // in small letters
+  bool isSafe = false;  // they come to it under TLS, which somebody else speaks for the server
+};
+// NAME or https://NAME, without a port.
+std::optional<WebName> ReadWebName(std::string_view text);
+
 struct WebSiteSettings {
   bool isTls = false;
-  bool isLoopback = false;         // it listens to this machine alone
-  std::string port;                // that it listens on
-  std::vector<std::string> names;  // by which it is known beside those of this machine
+  bool isLoopback = false;     // it listens to this machine alone
+  std::string port;            // that it listens on
+  std::vector<WebName> names;  // beside those of this machine
   std::chrono::seconds logIn{60};
+  std::chrono::seconds loggedIn = WebLogIns::kLife;
 };
 
 class WebSite {
@@ -81,12 +92,14 @@ class WebSite {
   bool ShowFile(const WebRequest& request, const Reply& reply) const;
 
   WebAnswer CheckLogIn(const WebRequest& request);
-  WebAnswer LogInPage(int status, std::string_view message) const;
+  // `form` is what was sent: its user and account are filled in again.
+  WebAnswer LogInPage(int status, std::string_view message, std::string_view form = {}) const;
   WebAnswer PlainText(int status, std::string_view text) const;
   WebAnswer SeePage(std::string cookie) const;
   std::string CookieHeader(std::string_view value, const WebRequest& request) const;
   std::optional<WebLogIn> FindLogIn(const WebRequest& request);
   bool IsOurHost(const WebRequest& request) const;
+  const WebName* FindName(std::string_view name) const;
   bool IsOurOrigin(const WebRequest& request) const;
   bool MayPost(const WebRequest& request) const;
 

@@ -153,9 +153,14 @@ void AddServeCommand(CLI::App& app, Given& given) {
       ->type_name("HOST:PORT")
       ->check(isAddress);
   serve
-      ->add_option("--web-name", settings.webNames,
-                   "A name by which browsers may know the server; may be given more than once")
+      ->add_option(
+          "--web-name", settings.webNames,
+          "A name by which browsers may know the server, https://NAME behind a proxy that speaks TLS; "
+          "may be given more than once")
       ->type_name("NAME")
+      ->check([](const std::string& text) {
+        return nvadmin::host::IsWebName(text) ? "" : "write NAME or https://NAME, without a port";
+      })
       ->allow_extra_args(false);
   CLI::Option* certificate =
       serve->add_option("--tls-cert", settings.certificate, "Serve under TLS: the certificate chain, PEM")
@@ -175,6 +180,7 @@ void AddServeCommand(CLI::App& app, Given& given) {
   AddSeconds(*serve, "--resume", settings.resume,
              "Keep the session of a page that lost its connection this long");
   AddSeconds(*serve, "--log-in", settings.logIn, "Time for a log-in");
+  AddSeconds(*serve, "--logged-in", settings.loggedIn, "End a browser's log-in this long after its last use");
   AddCount(*serve, "--max-sessions", settings.sessionLimits.all, "Most sessions at once");
   AddCount(*serve, "--max-sessions-per-address", settings.sessionLimits.perAddress,
            "Most sessions at once from one address");

@@ -1,16 +1,22 @@
 // Message boxes and questions, one after another. Enter and Space press the button in focus; Escape closes a
-// message and says no to a question; Y and N answer a question.
+// message and says no to a question; Y and N answer a question. What was typed or clicked before a box could be
+// seen doesn't answer it: its buttons wait until the keys have rested for a moment.
+
+const kRestMs = 400;
 
 export class Boxes {
   #dialog;
+  #bar;
   #text;
   #buttons;
   #queue = []; // {text, asks, onClose}
   #current = null;
   #afterwards = null;
+  #rest = null; // runs while the buttons wait
 
   constructor(dialog) {
     this.#dialog = dialog;
+    this.#bar = dialog.querySelector(".box-buttons");
     this.#text = dialog.querySelector(".box-text");
     this.#buttons = {
       ok: dialog.querySelector("[value=ok]"),
@@ -22,15 +28,9 @@ export class Boxes {
     }
     dialog.addEventListener("cancel", (event) => {
       event.preventDefault();
-      this.#close(!this.#current?.asks);
+      if (!this.#bar.inert) this.#close(!this.#current?.asks);
     });
-    dialog.addEventListener("keydown", (event) => {
-      const key = event.key.toLowerCase();
-      const isAnswer = this.#current?.asks && (key === "y" || key === "n");
-      if (!isAnswer || event.ctrlKey || event.altKey || event.metaKey) return;
-      event.preventDefault();
-      this.#close(key === "y");
-    });
+    dialog.addEventListener("keydown", (event) => this.#takeKey(event));
   }
 
   get isOpen() {
@@ -57,6 +57,11 @@ export class Boxes {
     this.#queue = [];
     this.#current = null;
     this.#afterwards = null;
+    this.#hide();
+  }
+
+  #hide() {
+    clearTimeout(this.#rest);
     this.#dialog.close();
   }
 
@@ -68,7 +73,7 @@ export class Boxes {
   #showNext() {
     this.#current = this.#queue.shift() ?? null;
     if (!this.#current) {
-      this.#dialog.close();
+      this.#hide();
       const act = this.#afterwards;
       this.#afterwards = null;
       act?.();
@@ -79,7 +84,26 @@ export class Boxes {
     this.#buttons.ok.hidden = asks;
     this.#buttons.yes.hidden = this.#buttons.no.hidden = !asks;
     if (!this.#dialog.open) this.#dialog.showModal();
-    (asks ? this.#buttons.yes : this.#buttons.ok).focus();
+    this.#letRest();
+  }
+
+  #letRest() {
+    clearTimeout(this.#rest);
+    this.#bar.inert = true;
+    this.#dialog.focus();
+    this.#rest = setTimeout(() => {
+      this.#bar.inert = false;
+      (this.#current.asks ? this.#buttons.yes : this.#buttons.ok).focus();
+    }, kRestMs);
+  }
+
+  #takeKey(event) {
+    const answers = this.#current?.asks ? { y: true, n: false, escape: false } : { escape: true };
+    const key = event.key.toLowerCase();
+    const isAnswer = Object.hasOwn(answers, key) && !event.ctrlKey && !event.altKey && !event.metaKey;
+    if (isAnswer || event.repeat || this.#bar.inert) event.preventDefault();
+    if (this.#bar.inert) this.#letRest();
+    else if (isAnswer && !event.repeat) this.#close(answers[key]);
   }
 
   #close(isYes) {

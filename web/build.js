@@ -35,7 +35,10 @@ function makeButton(token, actions) {
   button.type = "button";
   button.value = token.value;
   button.disabled = token.isDisabled ?? false;
-  button.addEventListener("click", () => actions.EProcess(button, /*isPress=*/ true));
+  // A double click presses once: by the second one another form may stand there.
+  button.addEventListener("click", (event) => {
+    if (event.detail < 2) actions.EProcess(button, /*isPress=*/ true);
+  });
   if (token.focusesOnHover) button.addEventListener("mouseover", () => actions.XFocus(button));
   return button;
 }
@@ -81,19 +84,28 @@ function makeField(token, label, actions) {
   control.disabled = token.isDisabled ?? false;
   const fate = make("span", "fate");
   fate.id = `fate-${token.id}`;
+  fate.setAttribute("aria-live", "polite");
+  control.id = `field-${token.id}`;
   control.setAttribute("aria-describedby", fate.id);
-  if (label) {
-    control.setAttribute("aria-labelledby", label.id);
-  } else {
-    control.setAttribute("aria-label", token.id);
-  }
+  if (label) label.htmlFor = control.id;
+  else control.setAttribute("aria-label", token.id);
   control.addEventListener("change", () => actions.EProcess(control, /*isPress=*/ false));
   box.append(control, fate);
   return box;
 }
 
-function makeLabel(token) {
-  return make("div", token.text.trim() === ":" ? `${token.styleClass} colon` : token.styleClass, token.text);
+function makeLabel(tag, token) {
+  return make(tag, token.text.trim() === ":" ? `${token.styleClass} colon` : token.styleClass, token.text);
+}
+
+// The texts of a form as elements: labels of fields, one heading, others.
+function makeTexts(elements, boundTexts) {
+  const texts = elements.filter(({ type }) => type === "label");
+  const titles = texts.filter(({ styleClass }) => styleClass === "title1");
+  const width = Math.max(...titles.map(({ place }) => place.width));
+  const heading = titles.find(({ place }) => place.width === width);
+  const tagOf = (token) => (token === heading ? "h2" : boundTexts.has(token) ? "label" : "div");
+  return new Map(texts.map((token) => [token, makeLabel(tagOf(token), token)]));
 }
 
 function isPressed(token) {
@@ -103,9 +115,7 @@ function isPressed(token) {
 export function buildForm({ elements }, actions) {
   const root = make("div", "form");
   const labels = labelsOfFields(elements);
-  const made = new Map();
-  for (const token of elements) if (token.type === "label") made.set(token, makeLabel(token));
-  [...made.values()].forEach((element, index) => (element.id = `label-${index + 1}`));
+  const made = makeTexts(elements, new Set(labels.values()));
   for (const token of elements) {
     if (token.type === "unknown") {
       root.append(makeUnknown(token.text));
@@ -132,7 +142,7 @@ export function buildForm({ elements }, actions) {
 // --- Result pages ---
 
 function makeToolbar(buttons, actions) {
-  const bar = make("div", "toolbar");
+  const bar = make("div", "buttons");
   bar.setAttribute("role", "toolbar");
   bar.setAttribute("aria-label", "What to do with this page");
   for (const { id, value, handler, argument } of buttons) {
@@ -147,7 +157,9 @@ function makeToolbar(buttons, actions) {
     button.addEventListener("click", act[handler] ?? (() => actions[handler]()));
     bar.append(button);
   }
-  return bar;
+  const band = make("div", "toolbar");
+  band.append(bar);
+  return band;
 }
 
 // A heading stands as the cells of the first row do.

@@ -4,11 +4,18 @@
 //     goes out again, and the server drops what it knows.
 // (2) Each A, E and K message counts one. When the server can't go on behind the last one counted, the page
 //     is emptied first and everything comes again.
-// (3) An X message is the end: nobody reconnects after it, except for "unknown", which begins a new session.
+// (3) Lines that the server can't take (it closes with a code that says so) are dropped, as those of a session
+//     that is gone; the page is told of both.
+// (4) A server that has been silent for longer than it may be is taken for lost.
+// (5) An X message is the end: nobody reconnects after it, except for "unknown", which begins a new session.
 
 const kFirstDelayMs = 500;
 const kLongestDelayMs = 15000;
+const kSilenceMs = 60_000;
 const kTries = 3; // failures to get through before the log-in is looked at
+const kRefusals = [1002, 1003, 1007, 1009]; // closing codes
+
+const utf8 = new TextEncoder();
 
 export class Connection {
   #open;
@@ -20,14 +27,18 @@ export class Connection {
   #token = "";
   #seen = 0;
   #lineNumber = 0;
-  #oldLines = 0; // numbers up to this one are of an earlier load of the page
+  #oldLines = 0; // what was sent up to this number answered what this page doesn't show any more
   #unsure = new Map(); // number -> line, in order
   #delayMs = kFirstDelayMs;
   #failures = 0;
   #timer = null;
+  #silence = null;
+  #limit = Infinity;
+  #isRefused = false;
 
   // `open` makes a socket. `on` has onOutput(kind, text), onTaken(number, isOwn), onReset(), onAccount(name),
-  // onCursorWord(word), onState(word, reason) with "connecting", "ready", "lost", "over", onNew(linesLost) and onFailing().
+  // onCursorWord(word), onState(word, reason) with "connecting", "ready", "lost", "over", onNew(), onDropped(lines), pairs of
+  // number and line, and onFailing().
   constructor({ open, on, wait = setTimeout.bind(globalThis) }) {
     this.#open = open;
     this.#on = on;
@@ -40,6 +51,15 @@ export class Connection {
 
   get isOver() {
     return this.#isOver;
+  }
+
+  // The most bytes that a line may have, in UTF-8.
+  get limit() {
+    return this.#limit;
+  }
+
+  fits(text) {
+    return utf8.encode(text).length <= this.#limit;
   }
 
   // Lines that the server may not have, as pairs of number and line.
@@ -67,8 +87,10 @@ export class Connection {
     return number;
   }
 
+  // False: nobody is there to be told.
   interrupt() {
     if (this.#isReady) this.#socket.send("I");
+    return this.#isReady;
   }
 
   // Doesn't wait any longer for the next try.
@@ -83,16 +105,30 @@ export class Connection {
     this.#on.onState("connecting");
     const socket = this.#open();
     this.#socket = socket;
+    this.#noteLife();
     socket.onopen = () => socket.send(this.#token ? `R${this.#token} ${this.#seen}` : "N");
     socket.onmessage = (event) => {
       if (socket === this.#socket) this.#take(event.data);
     };
-    socket.onclose = () => {
-      if (socket === this.#socket) this.#lose();
+    socket.onclose = ({ code }) => {
+      if (socket !== this.#socket) return;
+      this.#isRefused ||= kRefusals.includes(code);
+      this.#lose();
     };
   }
 
+  #noteLife() {
+    clearTimeout(this.#silence);
+    const socket = this.#socket;
+    this.#silence = this.#wait(() => {
+      if (socket !== this.#socket) return;
+      this.#lose();
+      socket.close();
+    }, kSilenceMs);
+  }
+
   #take(message) {
+    this.#noteLife();
     const rest = message.slice(1);
     switch (message[0]) {
       case "S":
@@ -106,6 +142,8 @@ export class Connection {
         return this.#noteTaken(Number(rest));
       case "T":
         return this.#on.onAccount(rest);
+      case "P":
+        return;
       case "X":
         return this.#end(rest);
       default:
@@ -114,33 +152,43 @@ export class Connection {
   }
 
   #begin(rest) {
-    const [, token, cursorWord, received, next, account] = /^(\S+) (\S+) (\d+) (\d+) ?(.*)$/s.exec(rest);
+    const [, token, cursorWord, limit, received, next, account] =
+      /^(\S+) (\S+) (\d+) (\d+) (\d+) ?(.*)$/s.exec(rest);
     const isNew = this.#token === "";
-    const linesLost = isNew ? [...this.#unsure.values()] : [];
-    if (isNew) {
-      this.#oldLines = this.#lineNumber = 0;
-      this.#unsure.clear();
-    }
+    const linesDropped = this.#settleLines(Number(received), isNew || this.#isRefused);
+    this.#isRefused = false;
     this.#token = token;
-    if (isNew || Number(next) !== this.#seen + 1) {
+    this.#limit = Number(limit);
+    if (this.#seen === 0 || Number(next) !== this.#seen + 1) {
       this.#seen = Number(next) - 1;
+      this.#oldLines = this.#lineNumber;
       this.#on.onReset();
     }
-    for (const number of this.#unsure.keys()) if (number <= Number(received)) this.#unsure.delete(number);
-    this.#lineNumber = Math.max(this.#lineNumber, Number(received));
     this.#isReady = true;
     this.#failures = 0;
     this.#delayMs = kFirstDelayMs;
     this.#on.onCursorWord(cursorWord);
     this.#on.onAccount(account);
     this.#on.onState("ready");
-    if (isNew) this.#on.onNew(linesLost);
+    if (isNew) this.#on.onNew();
+    if (linesDropped.length > 0) this.#on.onDropped(linesDropped);
     for (const [number, line] of this.#unsure) this.#sendNumbered(number, line);
   }
 
+  // The server has the lines up to `received`. The lines behind go again, or are dropped and returned.
+  #settleLines(received, drops) {
+    for (const number of this.#unsure.keys()) if (number <= received) this.#unsure.delete(number);
+    this.#lineNumber = drops ? received : Math.max(this.#lineNumber, received);
+    this.#oldLines = Math.min(this.#oldLines, this.#lineNumber);
+    if (!drops) return [];
+    const dropped = [...this.#unsure];
+    this.#unsure.clear();
+    return dropped;
+  }
+
   #noteTaken(number) {
-    const isUnsure = this.#unsure.delete(number);
-    this.#on.onTaken(number, isUnsure && number > this.#oldLines);
+    this.#unsure.delete(number);
+    this.#on.onTaken(number, number > this.#oldLines);
   }
 
   #sendNumbered(number, line) {
@@ -149,6 +197,7 @@ export class Connection {
 
   #end(reason) {
     this.#isReady = false;
+    clearTimeout(this.#silence);
     this.#socket.close();
     this.#socket = null;
     if (reason === "unknown") {
@@ -165,6 +214,7 @@ export class Connection {
   #lose() {
     this.#isReady = false;
     this.#socket = null;
+    clearTimeout(this.#silence);
     if (this.#isOver) return;
     if (++this.#failures % kTries === 0) this.#on.onFailing();
     this.#on.onState("lost");

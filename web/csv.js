@@ -11,10 +11,15 @@ export function csvField(text) {
   return /[",\r\n]/.test(safe) || safe !== safe.trim() ? `"${safe.replaceAll('"', '""')}"` : safe;
 }
 
+// A cell that spans columns is followed by empty ones.
+function csvCell({ text, span }) {
+  return csvField(text) + ",".repeat(span - 1);
+}
+
 // `table` as markup.js gives it. Values of one cell stand on lines of their own within the field.
 export function csvOfTable(table) {
   const lines = [table.headings.map((heading) => csvField(heading.text)).join(",")];
-  for (const row of table.rows) lines.push(row.cells.map((cell) => csvField(cell.text)).join(","));
+  for (const row of table.rows) lines.push(row.cells.map(csvCell).join(","));
   return kByteOrderMark + lines.join("\r\n") + "\r\n";
 }
 

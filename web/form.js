@@ -6,7 +6,7 @@ const kFates = {
   sent: ["…", "on its way"],
   held: ["…", "waiting to be sent"],
   dropped: ["!", "not sent: press Enter in the field to send it"],
-  foreign: ["!", "not sent"],
+  refused: ["!", "not sent: the line at the bottom says why"],
   accepted: ["✓", "accepted"],
   rejected: ["✗", "not accepted"],
 };
@@ -29,15 +29,14 @@ function setValue(control, text) {
 
 export class Form {
   #root;
-  #fates = new Map(); // control -> {word, value}: its last fate and the value that had it
+  #fates = new Map(); // control -> the word of its last fate
 
   // `resend` sends the reply of a control once more.
   constructor(root, resend) {
     this.#root = root;
     root.addEventListener("input", (event) => this.#noteInput(event.target));
     root.addEventListener("keydown", (event) => {
-      const word = this.#fates.get(event.target)?.word;
-      const mayResend = word === "dropped" || word === "foreign" || word === "rejected";
+      const mayResend = ["dropped", "refused", "rejected"].includes(this.#fates.get(event.target));
       if (event.key === "Enter" && mayResend && event.target.tagName === "INPUT") resend(event.target);
     });
   }
@@ -47,20 +46,19 @@ export class Form {
   }
 
   // A change of `control` had this fate; "" means that nothing was said about it.
-  setFate(control, word, text) {
+  setFate(control, word) {
     const line = document.getElementById(control.getAttribute("aria-describedby") ?? "");
     if (!line || !this.#root.contains(control)) return;
-    this.#fates.set(control, { word, value: valueOf(control) });
+    this.#fates.set(control, word);
     const [sign, meaning] = kFates[word] ?? ["", ""];
-    line.textContent = word ? `${sign} ${text ?? meaning}` : "";
+    line.textContent = word ? `${sign} ${meaning}` : "";
     control.dataset.fate = word;
-    control.setAttribute("aria-invalid", String(word === "rejected" || word === "foreign"));
+    control.setAttribute("aria-invalid", String(word === "rejected" || word === "refused"));
   }
 
   // The frame that answers the reply of `control` has ended.
   settle(control) {
-    const word = this.#fates.get(control)?.word;
-    if (word === "sent") this.setFate(control, "");
+    if (this.#fates.get(control) === "sent") this.setFate(control, "");
   }
 
   value(id, text) {
@@ -75,7 +73,7 @@ export class Form {
     const control = this.control(id);
     if (!control) return;
     const fate = this.#fates.get(control);
-    if (fate && (fate.word === "changed" || fate.word === "held")) return;
+    if (fate === "changed" || fate === "held") return;
     if (text !== null) setValue(control, text);
     this.setFate(control, "accepted");
   }
@@ -108,10 +106,11 @@ export class Form {
   }
 
   hasUnsentChange(control) {
-    return this.#fates.get(control)?.word === "changed";
+    return this.#fates.get(control) === "changed";
   }
 
   #noteInput(control) {
-    if (control.tagName !== "SELECT" && control.type !== "checkbox") this.setFate(control, "changed");
+    const isTyped = control.tagName !== "SELECT" && control.type !== "checkbox";
+    if (isTyped && !this.hasUnsentChange(control)) this.setFate(control, "changed");
   }
 }

@@ -4,8 +4,8 @@
 // (1) A frame opens at a message that begins "<TX>" and closes at one that ends in "</TX>" and begins as
 //     closing messages do; item text that ends in "</TX>" stands behind "VALID|" or "VALUE|" and closes
 //     nothing.
-// (2) The free text of a word runs to the end of its message, up to words without text at that end. So an
-//     item ID that holds "^MSGBOX|" stays an item ID.
+// (2) The free text of a word runs to the end of its message; behind that of VALUE and MSGBOX words without text
+//     may stand. So an item ID that holds "^MSGBOX|" stays an item ID.
 // (3) A page that comes whole is one word.
 // Words act when their frame closes; a question and what stands before it act at its line end.
 //
@@ -25,12 +25,18 @@ const kQuestionEnd = "\\vbYesNo";
 
 const kWord = /\^?(IREPLACE\|doc1=|(?:VALUE|VALID|REJECT|FOCUS|MSGBOX)\|)/y;
 const kField = /([^=^|]*)(=?)/y;
-// Words without text, at the end of a message: they end the free text before them.
-const kLastWords = /(?:\^(?:VALID|REJECT|FOCUS|VALUE)\|[a-z]x\d=?)+(?=(?:\r\n)?$)/;
+// A word without text, at the end of a message: it ends the free text before it.
+const kLastWord = /\^(?:VALID|REJECT|FOCUS|VALUE)\|[a-z]x\d=?$/;
+const kLastWordLength = "^REJECT|fx1=".length;
 
 function endOfFreeText(text, from) {
-  const last = kLastWords.exec(text.slice(from));
-  return last ? from + last.index : text.length;
+  const messageEnd = text.endsWith("\r\n") ? text.length - 2 : text.length;
+  let end = messageEnd;
+  for (;;) {
+    const last = kLastWord.exec(text.slice(Math.max(from, end - kLastWordLength), end));
+    if (!last) return end < messageEnd ? end : text.length;
+    end -= last[0].length;
+  }
 }
 
 function endOfMarkup(text, from) {
@@ -63,7 +69,7 @@ export function cutWords(text) {
       const word = { kind: name.toLowerCase(), id: id.trimEnd() };
       if (takesText) word.text = null;
       if (takesText && equals) {
-        const textEnd = endOfFreeText(text, end);
+        const textEnd = name === "VALID" ? text.length : endOfFreeText(text, end);
         word.text = text.slice(end, textEnd);
         end = textEnd;
       }

@@ -24,33 +24,30 @@ const kTopLeft = String.raw` style="top:${kNumber}px; left:${kNumber}px`;
 const kId = String.raw`(?:id=([\w-]+) )?`;
 const kProcess = String.raw`"JSCRIPT:EProcess\(this\);"`;
 const kExtra = String.raw`(?: (onmouseover=JSCRIPT:XFocus\(this\);|disabled|DISABLED))?`;
-const kValue = String.raw`(?:value="([^]*?)" )?`;
+// Where an element may have a value, it is read in two parts: the value ends at the first place that looks like
+// the second part.
+const kValue = 'value="';
+const kValueEnd = '" ';
 
-const kInput = new RegExp(
-  String.raw`<input type=(text|button|password) ${kId}${kTopLeft}; width:${kNumber}px" class="([\w-]+)" ` +
-    String.raw`${kValue}on(?:Click|Change)=${kProcess}${kExtra}></input>`,
-  "y",
-);
+const kInputStart = String.raw`<input type=(text|button|password) ${kId}${kTopLeft}; width:${kNumber}px" class="([\w-]+)" `;
+const kInputEnd = String.raw`on(?:Click|Change)=${kProcess}${kExtra}></input>`;
 const kCheckbox = new RegExp(
   String.raw`<input type=checkbox ${kId}${kTopLeft}; width:${kNumber}px" class="([\w-]+)" ` +
     String.raw`(?:checked=(\S+) )?onClick=${kProcess}${kExtra}></input>`,
   "y",
 );
-const kArea = new RegExp(
-  String.raw`<textarea ${kId}cols="${kNumber}" rows="${kNumber}" wrap="physical" ${kTopLeft}" class="([\w-]+)" ` +
-    String.raw`${kValue}onChange=${kProcess}${kExtra}></textarea>`,
-  "y",
-);
-const kLink = new RegExp(
-  String.raw`<input ${kId}${kTopLeft}; width:${kNumber}px" class="customlink" ${kValue}onClick=${kProcess} ` +
-    String.raw`onMouseover="JSCRIPT:HighLink\(this\);" onMouseout="JSCRIPT:NormalLink\(this\);"></input>`,
-  "y",
-);
+const kAreaStart = String.raw`<textarea ${kId}cols="${kNumber}" rows="${kNumber}" wrap="physical" ${kTopLeft}" class="([\w-]+)" `;
+const kAreaEnd = String.raw`onChange=${kProcess}${kExtra}></textarea>`;
+const kLinkStart = String.raw`<input ${kId}${kTopLeft}; width:${kNumber}px" class="customlink" `;
+const kLinkEnd =
+  String.raw`onClick=${kProcess} onMouseover="JSCRIPT:HighLink\(this\);" ` +
+  String.raw`onMouseout="JSCRIPT:NormalLink\(this\);"></input>`;
 const kLabelStart = new RegExp(
   String.raw`<div (?:id="([\w-]+)" )?class="([\w-]+)" ${kTopLeft}; height:${kNumber}px; width:${kNumber}px">`,
   "y",
 );
 const kLabelEnd = /<\/div>(?=<div |<input |<textarea |$)/g;
+const kLabelEndHere = new RegExp(kLabelEnd.source, "y");
 const kSelectStart = /<select id=([\w-]+) size=1 class=(\w+) onchange="JSCRIPT:EProcess\(this\);">/y;
 const kSelectEnd = "</select>";
 // A file name comes twice, and so ends where its second copy does, whatever it holds.
@@ -65,11 +62,31 @@ function match(pattern, text, at) {
   return pattern.exec(text);
 }
 
+// Looks for patterns in one text. What was found last is kept, so that looking for the same from many places
+// passes over the text once.
+class Finder {
+  #text;
+  #found = new Map();
+
+  constructor(text) {
+    this.#text = text;
+  }
+
+  // The first match at or behind `at`; null where there is none.
+  next(pattern, at) {
+    const last = this.#found.get(pattern);
+    if (last && last.from <= at && (!last.match || last.match.index >= at)) return last.match;
+    const found = match(pattern, this.#text, at);
+    this.#found.set(pattern, { from: at, match: found });
+    return found;
+  }
+}
+
 function place(top, left, width, height) {
   return { top: Number(top), left: Number(left), width: Number(width ?? 0), height: Number(height ?? 0) };
 }
 
-function inputToken([, inputType, id, top, left, width, styleClass, value = "", extra = ""]) {
+function inputToken([inputType, id, top, left, width, styleClass], value, extra = "") {
   return {
     type: "input",
     inputType,
@@ -82,27 +99,43 @@ function inputToken([, inputType, id, top, left, width, styleClass, value = "", 
   };
 }
 
-function checkboxToken([, id, top, left, width, styleClass, checked, extra]) {
-  const token = inputToken([null, "checkbox", id, top, left, width, styleClass, "", extra]);
+function checkboxToken([id, top, left, width, styleClass, checked, extra]) {
+  const token = inputToken(["checkbox", id, top, left, width, styleClass], "", extra);
   return { ...token, isChecked: checked !== undefined && checked !== "0" };
 }
 
-function areaToken([, id, columns, rows, top, left, styleClass, value = "", extra = ""]) {
+function areaToken([id, columns, rows, top, left, styleClass], value, extra = "") {
   const isDisabled = extra.toLowerCase() === "disabled";
   const size = place(top, left, Number(columns) * 9, Number(rows) * 22);
   return { type: "area", id: id ?? "", place: size, styleClass, value, rows: Number(rows), isDisabled };
 }
 
-function linkToken([, id, top, left, width, value = ""]) {
+function linkToken([id, top, left, width], value) {
   return { type: "link", id: id ?? "", place: place(top, left, width), styleClass: "customlink", value };
 }
 
-const kElements = [
-  [kInput, inputToken],
-  [kLink, linkToken],
-  [kCheckbox, checkboxToken],
-  [kArea, areaToken],
-];
+const kValued = [
+  [kInputStart, kInputEnd, inputToken],
+  [kLinkStart, kLinkEnd, linkToken],
+  [kAreaStart, kAreaEnd, areaToken],
+].map(([start, end, makeToken]) => ({
+  start: new RegExp(start, "y"),
+  end: new RegExp(end, "y"),
+  valueEnd: new RegExp(kValueEnd + end, "g"),
+  makeToken,
+}));
+
+// An element that may have a value: {token, end}; null where there is none.
+function cutValued({ start, end, valueEnd, makeToken }, finder, text, at) {
+  const head = match(start, text, at);
+  if (!head) return null;
+  const from = start.lastIndex;
+  const hasValue = text.startsWith(kValue, from);
+  const tail = hasValue ? finder.next(valueEnd, from + kValue.length) : match(end, text, from);
+  if (!tail) return null;
+  const value = hasValue ? text.slice(from + kValue.length, tail.index) : "";
+  return { token: makeToken(head.slice(1), value, tail[1]), end: tail.index + tail[0].length };
+}
 
 // The select at `at`: {token, end}; null where there is none that is whole.
 function cutSelect(text, at, area) {
@@ -111,44 +144,48 @@ function cutSelect(text, at, area) {
   const options = [];
   let end = kSelectStart.lastIndex;
   while (!text.startsWith(kSelectEnd, end)) {
-    const pattern = kOptions.find((candidate) => match(candidate, text, end));
-    if (!pattern) return null;
-    const [, value, selected, label = value] = match(pattern, text, end);
+    let found = null;
+    for (const pattern of kOptions) found ??= match(pattern, text, end);
+    if (!found) return null;
+    const [whole, value, selected, label = value] = found;
     options.push({ value, text: label, isSelected: selected !== undefined });
-    end = pattern.lastIndex;
+    end += whole.length;
   }
   const token = { type: "select", id: start[1], place: area, styleClass: start[2], options };
   return { token, end: end + kSelectEnd.length };
 }
 
 // The label at `at`, or the select that it holds: {token, end}; null where there is none.
-function cutLabel(text, at) {
+function cutLabel(finder, text, at) {
   const start = match(kLabelStart, text, at);
   if (!start) return null;
   const [, id = "", styleClass, top, left, height, width] = start;
   const area = place(top, left, width, height);
   const inside = kLabelStart.lastIndex;
   const select = cutSelect(text, inside, area);
-  if (select && match(kLabelEnd, text, select.end)?.index === select.end) {
-    return { token: select.token, end: kLabelEnd.lastIndex };
+  if (select && match(kLabelEndHere, text, select.end)) {
+    return { token: select.token, end: kLabelEndHere.lastIndex };
   }
-  const end = match(kLabelEnd, text, inside);
+  const end = finder.next(kLabelEnd, inside);
   if (!end) return null;
   const token = { type: "label", id, place: area, styleClass, text: text.slice(inside, end.index) };
-  return { token, end: kLabelEnd.lastIndex };
+  return { token, end: end.index + end[0].length };
 }
 
-function cutElement(text, at) {
-  const label = cutLabel(text, at);
+function cutElement(finder, text, at) {
+  const label = cutLabel(finder, text, at);
   if (label) return label;
-  for (const [pattern, makeToken] of kElements) {
-    const found = match(pattern, text, at);
-    if (found) return { token: makeToken(found), end: pattern.lastIndex };
+  const checkbox = match(kCheckbox, text, at);
+  if (checkbox) return { token: checkboxToken(checkbox.slice(1)), end: kCheckbox.lastIndex };
+  for (const kind of kValued) {
+    const element = cutValued(kind, finder, text, at);
+    if (element) return element;
   }
   return null;
 }
 
 function cutForm(text) {
+  const finder = new Finder(text);
   const elements = [];
   let at = 0;
   let unknownFrom = 0;
@@ -157,7 +194,7 @@ function cutForm(text) {
     if (unknown !== "") elements.push({ type: "unknown", text: unknown });
   };
   while (at < text.length) {
-    const element = cutElement(text, at);
+    const element = cutElement(finder, text, at);
     if (element) {
       closeUnknown();
       elements.push(element.token);
@@ -179,7 +216,9 @@ const kButton =
 const kErrorStart = "<h3>ERROR: ";
 const kHeadingEnd = "</h3>";
 const kSpace = /&nbsp;/g;
-const kRowsFound = /"<br>(Rows found = \d+)$/;
+// The sentence and what is said of it: of a query that found all of its rows, and of one cut off at a limit.
+const kRowsFound = /^"([^]*)"<br>(Rows found = \d+)$/;
+const kRowsLimited = /^Your query: "([^]*)" is very general and so [^"]*$/;
 
 const kTables = {
   report:
@@ -201,7 +240,7 @@ const kRowEnd = "</tr>";
 const kCellStart =
   /<td(?: align=(right)| colspan=(\d+)| width=(15%)| valign=top style="width:(-?\d+%)")?>|<th>/y;
 const kCellEnd = { td: "</td>", th: "</th>" };
-const kValueEnd = "<BR>";
+const kCellValueEnd = "<BR>";
 
 // Where the text of a cell ends: at an end tag that a cell, a row or a row's end follows.
 function endOfCell(text, from, endTag) {
@@ -278,7 +317,7 @@ class TableReader {
   #cellText(from, end) {
     const text = this.#text.slice(from, end);
     if (text === "&nbsp;") return "";
-    return this.#style === "query" ? text.replaceAll(kValueEnd, "\n") : text;
+    return this.#style === "query" ? text.replaceAll(kCellValueEnd, "\n") : text;
   }
 }
 
@@ -309,9 +348,10 @@ function cutQueryHead(head) {
   const error =
     errorAt < 0 ? "" : text.slice(errorAt + (kHeadingEnd + kErrorStart).length, -kHeadingEnd.length);
   const heading = text.slice("<h3>".length, headingEnd);
-  const rows = kRowsFound.exec(heading);
-  if (!rows) return { sentence: "", heading, error };
-  return { sentence: heading.slice(1, rows.index), heading: rows[1], error };
+  const found = kRowsFound.exec(heading);
+  if (found) return { sentence: found[1], heading: found[2], error };
+  const limited = kRowsLimited.exec(heading);
+  return { sentence: limited?.[1] ?? "", heading, error };
 }
 
 function cutResult(text, isReport) {

@@ -9,7 +9,7 @@ import { Exchange } from "./exchange.js";
 import { Form, valueOf } from "./form.js";
 import { FrameReader } from "./frames.js";
 import { cutMarkup } from "./markup.js";
-import { allowStyleElements } from "./nonce.js";
+import { allowStyles } from "./nonce.js";
 import { foreignCharacter, foreignCharacterText } from "./screentext.js";
 import { Terminal } from "./terminal.js";
 
@@ -22,36 +22,84 @@ const kCounter = /^\s*\d+ \/ \d+\s*$/;
 const kReplayMs = 2000; // after going on with a session: what comes may have been answered before
 const kReplayAnswerMs = 500;
 const kKeptKey = "nvadmin-session";
+const kLogInPath = "/?ended";
 
 const kStateTexts = { connecting: "connecting …", ready: "connected", lost: "reconnecting …", over: "ended" };
+const kLoggedOut = "You have logged out.";
 const kEndTexts = {
   moved: "This session goes on in another tab.",
   off: "The session has ended.",
+  "the server ends":
+    "The server has ended, and the session with it. Once the server runs again, you can log in again.",
+  "no line came in time": "Nothing was entered for a long time, so the session has ended.",
+  "the page didn't come back": "The page was away for too long, so the session has ended.",
 };
+const kStopMs = 2000; // of waiting until work can be stopped
+const kNotConnected = "There is no connection at the moment, so nothing was stopped.";
+const kNotedLength = 200; // of a line that is named
 
 const byId = (id) => document.getElementById(id);
-const place = { form: byId("doc1"), terminal: byId("terminal"), status: byId("status"), over: byId("over") };
+const place = {
+  form: byId("doc1"),
+  terminal: byId("terminal"),
+  status: byId("status"),
+  over: byId("over"),
+  stop: byId("stop"),
+};
 
-allowStyleElements(document);
+allowStyles(document);
 
 // --- What outlives a reload of this tab ---
 
-// Taken out at once, so that a copy of the tab doesn't find it; put back when the page goes.
-const kept = JSON.parse(sessionStorage.getItem(kKeptKey) ?? "{}");
-sessionStorage.removeItem(kKeptKey);
+const user = byId("user").textContent;
+let isLeaving = false;
+let isLoggedOut = false;
+
+const kept = takeKept();
 // Number -> {line, isTyped}: typed at the terminal, or a reply.
 const sentLines = new Map(kept.sentLines ?? []);
 const kMostSentLines = 500;
 
-addEventListener("pagehide", () => {
+// Taken out at once, so that a copy of the tab doesn't find it; put back when the page goes, or while it isn't seen,
+// since it may go without a word then. A copy of a tab that isn't seen is told by its not being loaded again.
+function takeKept() {
+  const state = JSON.parse(sessionStorage.getItem(kKeptKey) ?? "{}");
+  sessionStorage.removeItem(kKeptKey);
+  const isReload = performance.getEntriesByType("navigation")[0]?.type === "reload" || document.wasDiscarded;
+  return state.user === user && (state.isLeaving || isReload) ? state : {};
+}
+
+function keep() {
+  if (isLoggedOut) return;
   const state = {
+    user,
+    isLeaving,
     token: connection.token,
     unsureLines: connection.unsureLines,
     sentLines: [...sentLines],
     history: terminal.history,
   };
   sessionStorage.setItem(kKeptKey, JSON.stringify(state));
+}
+
+addEventListener("pagehide", () => {
+  isLeaving = true;
+  keep();
 });
+
+document.addEventListener("visibilitychange", () => {
+  if (document.hidden) return keep();
+  sessionStorage.removeItem(kKeptKey);
+  connection.retryNow();
+});
+
+// What the user did here is nobody's after a log-out.
+function forget() {
+  isLoggedOut = true;
+  sessionStorage.removeItem(kKeptKey);
+}
+
+byId("log-out").addEventListener("submit", forget);
 
 addEventListener("pageshow", (event) => {
   if (event.persisted) location.reload();
@@ -67,13 +115,15 @@ let result = null;
 let replayUntil = 0;
 let replayTimer = null;
 let hadSession = false;
+let stopTimer = null;
+let focusBeforeStop = null;
 
 const terminal = new Terminal(place.terminal, kept.history ?? [], {
   onLine(line) {
-    if (connection.isOver) return terminal.note("Not sent: the session has ended");
     echoed.add(sendLine(line, /*isTyped=*/ true));
   },
-  onInterrupt: () => connection.interrupt(),
+  whyNot: (line) => (connection.isOver ? "Not sent: the session has ended." : whyNot(line)),
+  onInterrupt: () => interrupt(),
   onRefusal: (text) => tellStatus(text),
   onPaste: (count, goOn) =>
     boxes.ask(`Enter the ${count} pasted ${count === 1 ? "line" : "lines"} now?`, (isYes) => {
@@ -95,6 +145,7 @@ const connection = new Connection({
     // A line that this page didn't send, or sent before a reload, comes with a replay: it answered what is shown.
     onTaken(number, isOwn) {
       exchange.taken(number);
+      terminal.lineTaken();
       const sent = sentLines.get(number);
       if (sent?.isTyped && !echoed.has(number)) terminal.echo(sent.line);
       if (isOwn) return;
@@ -112,14 +163,21 @@ const connection = new Connection({
     onAccount: showAccount,
     onCursorWord: (word) => (terminal.cursorStrings.word = word),
     onState: showState,
-    onNew(linesLost) {
+    onNew() {
       sentLines.clear();
       echoed.clear();
       if (hadSession) terminal.note("The old session is gone. This is a new one");
-      for (const line of linesLost) terminal.note(`Not sent: ${line}`);
       hadSession = true;
     },
-    onFailing: askWhetherLoggedIn,
+    onDropped(lines) {
+      for (const [number, line] of lines) {
+        sentLines.delete(number);
+        echoed.delete(number);
+        exchange.lost(number);
+        terminal.note(`Not sent: ${line.length > kNotedLength ? `${line.slice(0, kNotedLength)} …` : line}`);
+      }
+    },
+    onFailing: leaveIfLoggedOut,
   },
 });
 
@@ -128,6 +186,20 @@ function sendLine(line, isTyped) {
   sentLines.set(number, { line, isTyped });
   sentLines.delete(number - kMostSentLines);
   return number;
+}
+
+function interrupt() {
+  const isSent = connection.interrupt();
+  if (!isSent) tellStatus(kNotConnected);
+  return isSent;
+}
+
+// Why a text can't be sent; empty where it can.
+function whyNot(text) {
+  const foreign = foreignCharacter(text);
+  if (foreign) return foreignCharacterText(foreign);
+  if (connection.fits(text)) return "";
+  return `Not sent: “${text.slice(0, 20)} …” is longer than the ${connection.limit} bytes that the server takes in a line.`;
 }
 
 const exchange = new Exchange({
@@ -140,6 +212,11 @@ const exchange = new Exchange({
     if (!reply.control) return;
     if (word === "answered") form?.settle(reply.control);
     else form?.setFate(reply.control, word);
+  },
+  onWaiting(isWaiting) {
+    clearTimeout(stopTimer);
+    if (isWaiting) stopTimer = setTimeout(() => (place.stop.hidden = false), kStopMs);
+    else hideStop();
   },
 });
 
@@ -202,6 +279,7 @@ function showQuestion(text) {
 }
 
 function showMarkup(markup) {
+  exchange.show();
   const token = cutMarkup(markup);
   const isForm = token.kind === "form";
   result = isForm ? null : token;
@@ -232,13 +310,13 @@ function endPages() {
 const actions = {
   EProcess(control, isPress) {
     const name = control.textContent;
-    const value = valueOf(control);
-    const foreign = foreignCharacter(value);
-    if (foreign) {
-      form?.setFate(control, "foreign", "not sent: a character is not in the code page");
-      return tellStatus(foreignCharacterText(foreign));
+    const line = `${control.dataset.id}|${valueOf(control)}`;
+    const reason = whyNot(line);
+    if (reason) {
+      form?.setFate(control, "refused");
+      return tellStatus(reason);
     }
-    const reply = { line: `${control.dataset.id}|${value}`, isPress, name };
+    const reply = { line, isPress, name };
     exchange.reply(isPress ? reply : { ...reply, control });
   },
   ExecuteA(argument) {
@@ -264,10 +342,18 @@ function saveTable({ table, sentence }) {
   terminal.note(`Saved as ${name} in your browser's downloads`);
 }
 
-place.form.addEventListener("keydown", (event) => {
+document.addEventListener("keydown", (event) => {
   if (event.key !== "Escape" || !result || event.defaultPrevented) return;
   place.form.querySelector(".toolbar button")?.click();
 });
+
+place.stop.addEventListener("focus", ({ relatedTarget }) => (focusBeforeStop = relatedTarget));
+place.stop.addEventListener("click", () => interrupt());
+
+function hideStop() {
+  if (document.activeElement === place.stop) (focusBeforeStop ?? place.form).focus();
+  place.stop.hidden = true;
+}
 
 // --- Header and status ---
 
@@ -288,20 +374,30 @@ function showState(word, reason = "") {
   if (word === "ready") replayUntil = Date.now() + (kept.token && !hadSession ? kReplayMs : 0);
   if (word === "ready") hadSession ||= Boolean(kept.token);
   if (word !== "over") return;
+  if (reason === kLoggedOut) return leaveForLogIn();
   endPages();
   byId("over-text").textContent = kEndTexts[reason] ?? (reason || "The session has ended.");
   byId("again").focus();
 }
 
-// The server turns a socket away without saying why; its start page says whether the log-in still holds.
-async function askWhetherLoggedIn() {
-  const answer = await fetch("/", { cache: "no-store" }).catch(() => null);
-  if (!answer || !(await answer.text()).includes('action="/login"')) return;
-  tellStatus("You are logged out.");
-  location.reload();
+// Somewhere the log-out was pressed; if here, the log-in page comes by itself.
+function leaveForLogIn() {
+  if (isLoggedOut) return;
+  forget();
+  location.replace(kLogInPath);
 }
 
-byId("again").addEventListener("click", () => {
+// The server turns a socket away without saying why; its start page says whether the log-in still holds. What was
+// done is kept for the same user.
+async function leaveIfLoggedOut() {
+  const answer = fetch("/", { cache: "no-store" }).then((page) => page.text());
+  const isLogIn = (await answer.catch(() => "")).includes('action="/login"');
+  if (isLogIn) location.replace(kLogInPath);
+  return isLogIn;
+}
+
+byId("again").addEventListener("click", async () => {
+  if (await leaveIfLoggedOut()) return;
   sentLines.clear();
   echoed.clear();
   terminal.clear();
@@ -310,11 +406,6 @@ byId("again").addEventListener("click", () => {
   terminal.focus();
 });
 addEventListener("online", () => connection.retryNow());
-document.addEventListener("visibilitychange", () => {
-  if (!document.hidden) connection.retryNow();
-});
-if (byId("user").textContent.startsWith("{{")) byId("user").textContent = "";
-
 showAccount("");
 connection.start(kept.token ?? "", kept.unsureLines);
 terminal.focus();

@@ -15,6 +15,7 @@ const kEnter = "\r";
 const kInterrupt = "\x03";
 const kClearScreen = "\x0C";
 const kPageLines = 2; // kept in view when paging
+const kOpenLineLength = 500; // of it is kept
 
 function coloursOf(element) {
   const style = getComputedStyle(element);
@@ -37,11 +38,14 @@ export class Terminal {
   #on;
   #startColumn = 0; // where the typed line begins
   #drawnCursor = 0; // as on screen
+  #openLine = ""; // the end of the session's text, while no line was taken behind it
+  #isInterrupted = false; // the screen's last line ends in an interrupt
   #pending = 0; // writes that the screen has not finished
   #isDrawn = false;
 
-  // `on` has onLine(text), onInterrupt(), onRefusal(text), and onPaste(lines, goOn), which calls goOn if the
-  // lines are to be entered.
+  // `on` has onLine(text), whyNot(text), which tells why a line can't be entered or is empty, onInterrupt(), which
+  // tells whether it could, onRefusal(text), and onPaste(lines, goOn), which calls goOn if the lines are to be
+  // entered.
   constructor(place, history, on) {
     this.#place = place;
     this.#line = new LineEditor(history);
@@ -78,13 +82,25 @@ export class Terminal {
   }
 
   show(text) {
-    this.#write(this.#erasure() + this.#cursorStrings.obeyed(text));
+    const lineEnd = this.#isInterrupted && !text.startsWith("\r\n") ? "\r\n" : "";
+    this.#isInterrupted = false;
+    const lineStart = text.lastIndexOf("\n") + 1;
+    const openLine = (lineStart > 0 ? "" : this.#openLine) + text.slice(lineStart);
+    this.#openLine = this.#cursorStrings.without(openLine).slice(-kOpenLineLength);
+    this.#write(this.#erasure() + lineEnd + this.#cursorStrings.obeyed(text));
   }
 
-  // A line of the page's own, set off from the session's text.
+  // A line of the page's own, set off from the session's text; a prompt moves below it.
   note(text) {
-    const lineEnd = this.#screen.buffer.active.cursorX > 0 || this.#pending > 0 ? "\r\n" : "";
-    this.#write(`${this.#erasure()}${lineEnd}\x1B[2m-- ${safeScreenText(text)}\x1B[22m\r\n`);
+    const isInLine = this.#screen.buffer.active.cursorX > 0 || this.#pending > 0;
+    const start = this.#openLine ? "\r\x1B[K" : isInLine ? "\r\n" : "";
+    const note = `\x1B[2m-- ${safeScreenText(text)}\x1B[22m\r\n`;
+    this.#write(this.#erasure() + start + note + safeScreenText(this.#openLine));
+  }
+
+  // The session has taken a line: it waits at what it printed no longer.
+  lineTaken() {
+    this.#openLine = "";
   }
 
   // The echo of a line that was entered before this page was loaded.
@@ -94,7 +110,8 @@ export class Terminal {
 
   clear() {
     this.#line.clear();
-    this.#isDrawn = false;
+    this.#openLine = "";
+    this.#isDrawn = this.#isInterrupted = false;
     this.#screen.reset();
     this.#startColumn = 0;
   }
@@ -212,19 +229,29 @@ export class Terminal {
     this.#redraw();
   }
 
+  // A line that can't be entered stays, and false is returned.
   #enter() {
+    const reason = this.#on.whyNot(this.#line.text);
+    if (reason) {
+      this.#on.onRefusal(reason);
+      return false;
+    }
     const erasure = this.#erasure();
     const line = this.#line.enter();
+    this.#isInterrupted = false;
     this.#write(`${erasure}${safeScreenText(line)}\r\n`);
     this.#on.onLine(line);
+    return true;
   }
 
+  // What the session prints next begins a line.
   #interrupt() {
+    if (!this.#on.onInterrupt()) return;
     const erasure = this.#erasure();
     const line = this.#line.text;
     this.#line.clear();
-    this.#write(`${erasure}${safeScreenText(line)}^C\r\n`);
-    this.#on.onInterrupt();
+    this.#isInterrupted = true;
+    this.#write(`${erasure}${safeScreenText(line)}^C`);
   }
 
   // Several lines are entered one after another, once the user agrees; the last stays to be edited.
@@ -233,13 +260,13 @@ export class Terminal {
     event.stopPropagation();
     const text = event.clipboardData?.getData("text/plain") ?? "";
     const lines = text.split(/\r\n|\r|\n/).map((line) => line.replace(/[\u0000-\u001F\u007F]/g, " "));
-    const foreign = foreignCharacter(lines.join(""));
-    if (foreign) return this.#on.onRefusal(foreignCharacterText(foreign));
+    const reason = lines.map((line) => this.#on.whyNot(line)).find(Boolean);
+    if (reason) return this.#on.onRefusal(reason);
     const last = lines.pop();
     const enterAll = () => {
       for (const line of lines) {
         this.#insert(line);
-        this.#enter();
+        if (!this.#enter()) return;
       }
       this.#insert(last);
       this.focus();

@@ -1,6 +1,7 @@
 // How long a result page of 20,000 cells takes to take apart and build, beside the browser's own innerHTML
 // for the same markup. Both begin with the text and end with the elements laid out in the document.
-//   node bench/web/cells.mjs MODULES where MODULES is the folder in which playwright-core was installed
+//   CHROMIUM=PROGRAM node bench/web/cells.mjs MODULES [row]
+// MODULES is the folder in which playwright-core was installed; `row` prints the four times in ms alone.
 import { readFileSync } from "node:fs";
 import { createRequire } from "node:module";
 import { resolve } from "node:path";
@@ -63,7 +64,7 @@ async function measure({ markup, rounds }) {
 }
 
 const browser = await chromium.launch({
-  executablePath: "/usr/bin/chromium",
+  executablePath: process.env.CHROMIUM ?? "/usr/bin/chromium",
   args: [
     "--no-sandbox",
     "--disable-gpu",
@@ -91,6 +92,10 @@ await page.goto("http://page.test/");
 const { figures, cells } = await page.evaluate(measure, { markup: bigReport(), rounds: kRounds });
 await browser.close();
 
+if (process.argv[3] === "row") {
+  console.log(Object.values(figures).flat().map((time) => time.toFixed(1)).join(" "));
+  process.exit();
+}
 console.log(`${cells} cells, median of ${kRounds}`);
 for (const [name, [ours, browsers]] of Object.entries(figures)) {
   console.log(

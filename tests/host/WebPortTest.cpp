@@ -65,7 +65,7 @@ TEST(WebPort, LinesAndMessages) {
   const std::string word = CursorWord(port);
   EXPECT_EQ(
       page->Take(port),
-      (Messages{"Stoken " + word + " 0 1 DEMO", "Ea\u241b[2J^\u20ac\r\n:", "K1", "A<TX>",
+      (Messages{"Stoken " + word + " 16777216 0 1 DEMO", "Ea\u241b[2J^\u20ac\r\n:", "K1", "A<TX>",
                 "AVALUE|fx1=\x1b\u00fe\u00ff\u0081\r\n", "Aelsewhere\x1b" + word + ":3;7;what", "K2",
                 "EU+0142 '\u0142' at character 1 is not in the code page Windows-1252: give the line without "
                 "it\r\nwhat",
@@ -74,7 +74,7 @@ TEST(WebPort, LinesAndMessages) {
   port.Attach(second, 8);
   EXPECT_TRUE(page->moved);
   EXPECT_EQ(page->Take(port), Messages{});
-  EXPECT_EQ(second->Take(port), (Messages{"Stoken " + word + " 3 9 OTHER", "A1 / 9<AUTORX>\r\n"}));
+  EXPECT_EQ(second->Take(port), (Messages{"Stoken " + word + " 16777216 3 9 OTHER", "A1 / 9<AUTORX>\r\n"}));
 }
 
 TEST(WebPort, LongTextGoesInParts) {
@@ -141,7 +141,6 @@ TEST(WebPort, EndsTable) {
        },
        InputResult::kLost,
        "the server ends"},
-      {"an interrupted answer is empty", {}, [](WebPort& port) { port.Interrupt(); }, InputResult::kLine, ""},
   };
   for (const auto& row : rows) {
     WebPort port("token", "DEMO", row.limits);
@@ -167,10 +166,76 @@ TEST(WebPort, EndsTable) {
   EXPECT_FALSE(port.IsAbandoned(start + std::chrono::hours(1)));
 }
 
+// A session that meets an interrupt while it waits, or between two waits.
+TEST(WebPort, InterruptTable) {
+  const struct {
+    const char* name;
+    std::string_view shown;  // by the add-in, behind the prompt
+    bool waits;              // when the interrupt comes
+    bool isSentence;
+    bool stops;
+    std::string_view want;  // the line that is read; "typed" comes behind the interrupt
+    Messages output;
+  } rows[] = {
+      {"at the prompt it comes again", "", true, true, false, "typed", {"E\r\n:", "K1"}},
+      {"between two sentences", "", false, true, true, "typed", {"K1"}},
+      {"a question at the terminal", "more?", true, false, true, "", {}},
+      {"a question that comes behind it", "more?", false, false, true, "", {}},
+      {"a form", "<TX>IREPLACE|doc1=form</TX>", true, false, false, "typed", {"K1"}},
+      {"a form that is about to wait", "<TX>IREPLACE|doc1=form</TX>", false, false, false, "typed", {"K1"}},
+      {"work with an open frame", "<TX>IREPLACE|doc1=form", false, false, true, "typed", {"K1"}},
+      {"a question in an open frame", "<TX>MSGBOX|sure?\\vbYesNo", true, false, false, "typed", {"K1"}},
+      {"a terminal behind a form", "<TX><TERMINAL>", true, false, true, "", {}},
+  };
+  for (const auto& row : rows) {
+    WebPort port("token", "DEMO", {});
+    const auto page = std::make_shared<ListPage>();
+    port.Write(":", false);
+    if (!row.shown.empty()) port.WriteMessage(row.shown, true);
+    port.Flush();
+    port.Attach(page, 0);
+    page->Take(port);
+    bool stopped = false;
+    const auto interrupt = [&] { port.Interrupt([&] { stopped = true; }); };
+    if (!row.waits) interrupt();
+    std::thread other([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(row.waits ? 50 : 0));
+      if (row.waits) interrupt();
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      port.TakeLine(1, "typed");
+    });
+    std::string line;
+    row.isSentence ? port.ReadSentence(line) : port.ReadLine(line, -1, true);
+    const Messages output = page->Take(port);
+    other.join();
+    EXPECT_EQ(line, row.want) << row.name;
+    EXPECT_EQ(stopped, row.stops) << row.name;
+    EXPECT_EQ(output, row.output) << row.name;
+  }
+}
+
+// What came at the prompt counts for nothing that comes later.
+TEST(WebPort, InterruptAtThePromptIsGone) {
+  WebPort port("token", "DEMO", {});
+  std::thread page([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    port.Interrupt([] {});
+    port.TakeLine(1, "LIST");
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    port.TakeLine(2, "answer");
+  });
+  std::string line;
+  EXPECT_EQ(port.ReadSentence(line), InputResult::kLine);
+  port.WriteMessage("more?", true);
+  EXPECT_EQ(port.ReadLine(line, -1, true), InputResult::kLine);
+  EXPECT_EQ(line, "answer");
+  page.join();
+}
+
 TEST(WebLogIns, LifeAndNumber) {
   using std::chrono::hours;
   const WebLogIns::TimePoint start{};
-  WebLogIns logIns(/*most=*/2);
+  WebLogIns logIns(WebLogIns::kLife, /*most=*/2);
   const std::string anna = logIns.Add({0, "anna", "A", ""}, start);
   const std::string ben = logIns.Add({0, "ben", "B", ""}, start + hours(1));
   EXPECT_EQ(anna.size(), 43u);

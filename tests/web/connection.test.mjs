@@ -7,11 +7,15 @@ class Server {
   sent = []; // by the page, on the socket of now
   events = [];
   waits = [];
+  closed = 0;
 
   constructor() {
     this.connection = new Connection({
-      open: () => (this.socket = { send: (text) => this.sent.push(text), close() {} }),
-      wait: (act, delay) => (this.waits.push(delay), (this.goOn = act), 1),
+      open: () => (this.socket = { send: (text) => this.sent.push(text), close: () => this.closed++ }),
+      wait: (act, delay) => {
+        if (delay === 60_000) this.staySilent = act;
+        else [this.goOn] = [act, this.waits.push(delay)];
+      },
       on: {
         onOutput: (kind, text) => this.events.push(kind + text),
         onTaken: (number, isOwn) => this.events.push(`taken ${number} ${isOwn}`),
@@ -19,7 +23,8 @@ class Server {
         onAccount: (name) => this.events.push(`account ${name}`),
         onCursorWord: (word) => this.events.push(word),
         onState: (word, reason = "") => this.events.push(`${word} ${reason}`.trim()),
-        onNew: (lost) => this.events.push(`new ${lost}`.trim()),
+        onNew: () => this.events.push("new"),
+        onDropped: (lines) => this.events.push(`dropped ${lines.join(" ")}`),
         onFailing: () => this.events.push("failing"),
       },
     });
@@ -35,12 +40,12 @@ class Server {
 
   tell = (...messages) => messages.forEach((data) => this.socket.onmessage({ data }));
   connect = () => this.socket.onopen();
-  drop = () => this.socket.onclose();
+  drop = (code = 1006) => this.socket.onclose({ code });
 
   start() {
     this.connection.start();
     this.connect();
-    this.tell("Stoken w0 0 1 DEMO");
+    this.tell("Stoken w0 20 0 1 DEMO");
     return this;
   }
 }
@@ -56,7 +61,7 @@ test("a new session", () => {
   assert.deepEqual([sent, events], [["N"], ["connecting"]]);
   const after = server.start().during(() => {
     server.connection.sendLine("x");
-    server.tell("A<TX>", "E:", "K1", "TSALES");
+    server.tell("A<TX>", "E:", "P", "K1", "TSALES");
     server.connection.interrupt();
   });
   assert.deepEqual(after.sent, ["L1 x", "I"]);
@@ -73,18 +78,18 @@ test("after a loss it goes on where it was", () => {
   server.goOn();
   const resumed = server.during(() => {
     server.connect();
-    server.tell("Stoken w0 2 4 DEMO");
+    server.tell("Stoken w0 20 2 4 DEMO", "K2");
   });
-  assert.deepEqual(resumed.sent, ["Rtoken 3", "L3 c", "L4 d"], "2 came through, though no K said so");
-  assert.deepEqual(resumed.events, ["w0", "account DEMO", "ready"]);
+  assert.deepEqual(resumed.sent, ["Rtoken 3", "L3 c", "L4 d"], "2 came through, though no K had said so");
+  assert.deepEqual(resumed.events, ["w0", "account DEMO", "ready", "taken 2 true"]);
 
   server.drop();
   server.goOn();
   const emptied = server.during(() => {
     server.connect();
-    server.tell("Stoken w0 4 2 DEMO", "E2", "K3");
+    server.tell("Stoken w0 20 4 2 DEMO", "E2", "K3");
   });
-  assert.deepEqual(emptied.sent, ["Rtoken 3"]);
+  assert.deepEqual(emptied.sent, ["Rtoken 4"]);
   assert.deepEqual(emptied.events, ["reset", "w0", "account DEMO", "ready", "E2", "taken 3 false"]);
   server.drop();
   server.goOn();
@@ -99,17 +104,17 @@ test("a reload counts lines on from what the server has", () => {
   const server = new Server();
   server.connection.start("old");
   server.connect();
-  server.tell("Sold w0 7 1 DEMO");
+  server.tell("Sold w0 20 7 1 DEMO");
   assert.deepEqual(server.during(() => server.connection.sendLine("x")).sent, ["L8 x"]);
   server.connection.start("old", server.connection.unsureLines);
   const { sent, events } = server.during(() => {
     server.connect();
-    server.tell("Sold w0 7 1 DEMO");
+    server.tell("Sold w0 20 7 1 DEMO");
     server.connection.sendLine("y");
-    server.tell("K8", "K9");
+    server.tell("K7", "K8", "K9");
   });
   assert.deepEqual(sent, ["Rold 0", "L8 x", "L9 y"], "what was on its way goes again");
-  assert.deepEqual(events.slice(-2), ["taken 8 false", "taken 9 true"]);
+  assert.deepEqual(events.slice(-3), ["taken 7 false", "taken 8 false", "taken 9 true"]);
 });
 
 test("ends", () => {
@@ -121,7 +126,7 @@ test("ends", () => {
     const server = new Server().start();
     const socket = server.socket;
     assert.deepEqual(server.during(() => server.tell(message)).events, want, message);
-    assert.deepEqual(server.during(() => socket.onclose()).events, [], "nobody reconnects");
+    assert.deepEqual(server.during(() => socket.onclose({})).events, [], "nobody reconnects");
   }
   const server = new Server().start();
   server.connection.sendLine("lost");
@@ -131,11 +136,45 @@ test("ends", () => {
     server.connect();
     server.tell("Xunknown");
     server.connect();
-    server.tell("Sother w1 0 1 DEMO");
+    server.tell("Sother w1 20 0 1 DEMO");
     server.connection.sendLine("first");
   });
   assert.deepEqual(sent, ["Rtoken 0", "N", "L1 first"]);
-  assert.deepEqual(events, ["connecting", "reset", "w1", "account DEMO", "ready", "new lost"]);
+  assert.deepEqual(events, ["connecting", "reset", "w1", "account DEMO", "ready", "new", "dropped 1,lost"]);
+});
+
+test("lines that the server can't take are dropped and named", () => {
+  const server = new Server().start();
+  assert.deepEqual(
+    ["20 bytes of the text", "äöüäöüäöüäö"].map((text) => server.connection.fits(text)),
+    [true, false],
+  );
+  for (const line of ["a", "b", "c"]) server.connection.sendLine(line);
+  server.drop(1009);
+  server.goOn();
+  const { sent, events } = server.during(() => {
+    server.connect();
+    server.tell("Stoken w0 20 1 1 DEMO");
+    server.connection.sendLine("d");
+    server.tell("K1", "K2");
+  });
+  assert.deepEqual(sent, ["Rtoken 0", "L2 d"]);
+  assert.deepEqual(events.slice(4), ["dropped 2,b 3,c", "taken 1 false", "taken 2 true"]);
+});
+
+test("a silent server is left", () => {
+  const server = new Server().start();
+  const { socket } = server;
+  assert.deepEqual(server.during(server.staySilent).events, ["lost"]);
+  assert.equal(server.closed, 1);
+  assert.equal(server.connection.interrupt(), false);
+  server.goOn();
+  const { sent, events } = server.during(() => {
+    socket.onmessage({ data: "Elate" });
+    socket.onclose({ code: 1006 });
+    server.connect();
+  });
+  assert.deepEqual([sent, events], [["Rtoken 0"], []], "the old one has no say");
 });
 
 test("it tries again, less and less often", () => {

@@ -130,6 +130,7 @@ const kWords = [
   "^VALUE|",
   "^VALUE|fx3=x",
   "x^VALUE|fx3=changed",
+  "x^FOCUS|fx1^VALUE|fx4=",
   "x^MSGBOX|Are you sure?\\vbYesNo",
   "x^MSGBOX|boo",
   "x^IREPLACE|doc1=<h1>x</h1>",

@@ -31,7 +31,7 @@ class Sessions(unittest.TestCase):
 
     def test_prompt_and_text(self):
         with self.page() as page:
-            self.assertEqual((page.start.split(" ", 2)[2], len(page.token)), ("0 1 DEMO", 43))
+            self.assertEqual((page.start.split(" ", 2)[2], len(page.token)), ("100000 0 1 DEMO", 43))
             page.until(":")
             page.line("CREATE-FILE ODD 2")
             self.assertEqual(page.output(), "K1")
@@ -127,8 +127,12 @@ class Sessions(unittest.TestCase):
                 self.assertNotIn("<TX>OK", replayed)
             self.assertEqual(replayed, message)
             third.send("I")
-            shown = third.until(":")
-            self.assertIn("<TERMINAL>", shown)
+            third.line("mx3|")
+            while "IREPLACE|" not in (form := third.output()):
+                self.assertNotIn("<TERMINAL>", form, "an interrupt answers no form")
+            third.line("bx2|")
+            third.line("bx2|")
+            self.assertIn("<TERMINAL>", third.until(":"))
 
     def test_interrupted_statement(self):
         with self.page() as page:
@@ -139,6 +143,29 @@ class Sessions(unittest.TestCase):
             page.send("I")
             self.assertIn("interrupt", page.until(":"))
             page.send("I")
+            self.assertEqual(page.output(), "E\r\n:")
+            page.line("LIST COUNTRIES NAME")
+            while not page.output().rstrip().endswith("</TX>"):
+                pass
+            page.send("I")
+            page.stream.settimeout(0.5)
+            self.assertRaises(TimeoutError, page.message)
+            page.stream.settimeout(20)
+            page.line("ax1|<end>")
+            page.until(":")
+
+    def test_interrupted_form(self):
+        """Its work stops; the session is at the prompt."""
+        with self.page() as page:
+            page.until(":")
+            page.line("MENU")
+            for reply in ("", "mx3|", "fx3|ORDERS", f"fx4|{LONG}", "bx1|"):
+                page.line(reply)
+            while page.output() != "K6":
+                pass
+            time.sleep(0.5)
+            page.send("I")
+            self.assertRegex(page.until("\r\n:"), r"(?s)<TERMINAL>.*interrupted")
             self.assertIn("DEMO", page.ask("WHO"))
 
     def test_what_no_page_sends(self):
@@ -164,6 +191,11 @@ class Sessions(unittest.TestCase):
             page.frame(TEXT, b"L1 ", fin=False)
             page.frame(0, b"WHO")
             self.assertIn("DEMO", page.until(":"))
+            page.lines = 1
+            page.line("x" * page.limit)
+            self.assertEqual(page.output(), "K2")
+            page.until(":")
+        wait_for(lambda: any("its line is longer than 100000 bytes" in line for line in self.site.log), self.site.log)
 
     def test_more_lines_than_it_can_hold(self):
         with self.page() as page:

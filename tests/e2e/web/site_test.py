@@ -6,7 +6,7 @@ import time
 import unittest
 
 from support import PASSWORD
-from websupport import Page, Site, upgrade
+from websupport import Page, Site, upgrade, wait_for
 
 POLICY = ("default-src 'none'; script-src 'self'; style-src 'self' 'nonce-%s'; img-src 'self' data:; "
           "font-src 'self'; connect-src 'self'; form-action 'self'; base-uri 'none'; frame-ancestors 'none'")
@@ -15,7 +15,7 @@ POLICY = ("default-src 'none'; script-src 'self'; style-src 'self' 'nonce-%s'; i
 class Requests(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.site = Site("--web-name", "Nv.Example")
+        cls.site = Site("--web-name", "Nv.Example", "--web-name", "https://Safe.example")
 
     @classmethod
     def tearDownClass(cls):
@@ -52,9 +52,13 @@ class Requests(unittest.TestCase):
                      ("", ""), ("ann", PASSWORD + "x" * 9000)):
             answer = self.site.log_in(*form)
             self.assertEqual(answer.status, 403)
-            refusals.add(answer.body)
+            refusals.add(re.sub(' value="[^"]*"', "", answer.body))
         self.assertEqual(len(refusals), 1)
         self.assertIn("Log-in refused", refusals.pop())
+        again = self.site.log_in('x" onfocus="<b>', "wrong word", "D&MO").body
+        self.assertIn('value="x&quot; onfocus=&quot;&lt;b&gt;"', again)
+        self.assertIn('value="D&amp;MO"', again)
+        self.assertNotIn("wrong word", again)
         answer = self.site.log_in("ANN")
         cookie, *flags = answer.getheader("Set-Cookie").split("; ")
         self.assertEqual((answer.status, answer.getheader("Location")), (303, "/"))
@@ -71,7 +75,12 @@ class Requests(unittest.TestCase):
             self.assertIn("Max-Age=0", answer.getheader("Set-Cookie"))
             self.assertEqual(session.closes(), "You have logged out.")
             self.assertIn("DEMO", other.ask("WHO"))
-        self.assertIn('action="/login"', self.site.request("GET", "/", Cookie=cookie).body)
+        ended = "Your log-in has ended. Log in again."
+        for path, message in (("/", ""), ("/?ended", ended), ("/?ended=1", "")):
+            body = self.site.request("GET", path, Cookie=cookie).body
+            self.assertIn('action="/login"', body)
+            self.assertEqual(ended in body, message == ended)
+        self.assertNotIn(ended, self.site.request("GET", "/?ended", Cookie=self.site.cookie()).body)
 
     def test_whom_it_trusts(self):
         site, cookie = self.site, self.site.cookie()
@@ -90,6 +99,7 @@ class Requests(unittest.TestCase):
                    (site.host, "http://evil.net", 0, 0), (site.host, site.origin + "@evil.net", 0, 0), (site.host, "", 0, 0),
                    (site.host, f"http://localhost:{site.web_port}", 0, 0), ("nv.example", "https://nv.example", 1, 1),
                    ("nv.example", "http://nv.example:80", 1, 1), ("nv.example:80", "http://NV.example", 1, 1),
+                   ("safe.example", "https://safe.example", 1, 1), ("safe.example", "http://safe.example", 0, 0),
                    ("evil.net", "http://evil.net", 0, 0)]
         for host, origin, logs_in, has_session in origins:
             with self.subTest(host=host, origin=origin):
@@ -100,7 +110,14 @@ class Requests(unittest.TestCase):
                     self.assertEqual(b" 101 " in upgrade(stream, host, cookie, origin), bool(has_session))
         self.assertIn("; Secure", site.log_in(Host="nv.example", Origin="https://nv.example").getheader("Set-Cookie"))
         form = site.request("GET", "/").getheader("Set-Cookie").split(";")[0]
-        self.assertEqual(site.log_in(Origin="null", Cookie=form).status, 303)
+        for sender, status in (("same-origin", 303), ("none", 303), ("same-site", 403), ("cross-site", 403), ("", 403)):
+            with self.subTest(sender=sender):
+                answer = site.log_in(Origin="null", Cookie=form, Sec_Fetch_Site=sender)
+                self.assertEqual(answer.status, status)
+        plain = site.log_in(Origin="null", Cookie=form)
+        self.assertEqual((plain.status, "; Secure" in plain.getheader("Set-Cookie")), (303, False))
+        # A proxy speaks TLS; the form of a page without a referrer has no origin.
+        self.assertIn("; Secure", site.log_in(Host="safe.example", Origin="null", Cookie=form).getheader("Set-Cookie"))
         self.assertEqual(site.request("POST", "/logout", {}, Origin="http://evil.net", Cookie=cookie).status, 403)
         for wrong in (None, "nvadmin=", "nvadmin=" + "x" * 43, "x" + cookie, cookie[:-1]):
             with self.subTest(cookie=wrong), site.connect() as stream:
@@ -129,6 +146,18 @@ class Requests(unittest.TestCase):
                     piece = stream.recv(4096)
                     assert piece, received
                     received += piece
+        for why in ("header is too long", "request is too long", "can be understood"):
+            wait_for(lambda: any("refused: " in line and why in line for line in self.site.log), self.site.log)
+
+    def test_too_many_connections(self):
+        site = Site("--max-sessions-per-address", "1")
+        streams = [site.connect() for _ in range(4)]
+        self.assertIn("too many connections", site.request("GET", "/").body)
+        wait_for(lambda: any("too many" in line for line in site.log), site.log)
+        for stream in streams:
+            stream.close()
+        wait_for(lambda: site.request("GET", "/").status == 200, "a place that is free again")
+        self.assertEqual(site.stop(), 0)
 
     def test_wrong_passwords_in_a_row(self):
         site = Site()
@@ -146,7 +175,8 @@ class Requests(unittest.TestCase):
 
 class Slow(unittest.TestCase):
     def test_silence(self):
-        """Connections that don't say what they want, or not whole, are closed; the others don't notice."""
+        """Connections that don't say what they want, or not whole, are closed; the others don't notice. A page to
+        which nothing goes out gets a sign of life."""
         site = Site()
         head = f"GET /session HTTP/1.1\r\nHost: {site.host}\r\n".encode()
         cookie = site.cookie()
@@ -161,13 +191,14 @@ class Slow(unittest.TestCase):
                 time.sleep(1)
                 for stream in streams[15:]:
                     stream.sendall(b"X")
+            self.assertEqual(page.message(), "P")
             self.assertIn("DEMO", page.ask("WHO"))
-            for stream in streams:
+            for index, stream in enumerate(streams):
                 stream.settimeout(15)
-                self.assertEqual(stream.recv(100), b"")
+                self.assertEqual(stream.recv(13), b"" if index < 10 else b"HTTP/1.1 408 ")
                 stream.close()
             with silent:
-                self.assertEqual(silent.closes(), "gone")
+                self.assertEqual(silent.closes(), "the page asked for no session in time")
             self.assertTrue(29 < time.monotonic() - started < 40)
             self.assertIn("DEMO", page.ask("WHO"))
         self.assertEqual(site.stop(), 0)

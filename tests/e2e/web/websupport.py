@@ -79,8 +79,8 @@ class Page:
             self.send(first)
             self.start = self.message()
             if self.start[0] == "S":
-                self.token, self.word, received, following, self.account = self.start[1:].split(" ", 4)
-                self.lines, self.seen = int(received), int(following) - 1
+                self.token, self.word, limit, received, following, self.account = self.start[1:].split(" ", 5)
+                self.limit, self.lines, self.seen = int(limit), int(received), int(following) - 1
 
     def __enter__(self):
         return self

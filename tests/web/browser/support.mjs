@@ -37,8 +37,8 @@ export function makeHome() {
 
 export const removeHome = (home) => rmSync(home, { recursive: true, force: true });
 
-export async function startServer(home, options = []) {
-  const words = ["--home", home, "serve", "--web", "127.0.0.1:0", "--web-name", "localhost"];
+export async function startServer(home, options = [], wantedPort = 0) {
+  const words = ["--home", home, "serve", "--web", `127.0.0.1:${wantedPort}`, "--web-name", "localhost"];
   const program = spawn(process.env.NVADMIN, [...words, ...options]);
   let log = "";
   const port = await new Promise((found, failed) => {
@@ -67,17 +67,28 @@ export function makeCertificate(home) {
   return ["--tls-cert", certificate, "--tls-key", key];
 }
 
-// A port that passes everything on to the server's, until it is cut.
+// A port that passes everything on to the server's, until it is cut. What the server says can be held back.
 export async function openGate(port) {
   const pairs = new Set();
   let isShut = false;
+  let held = null; // pairs of socket and data
+  let bytesLeft = Infinity;
+  const passBack = (inner, data) => {
+    if (held) return held.push([inner, data]);
+    inner.write(data.subarray(0, bytesLeft));
+    bytesLeft -= data.length;
+    if (bytesLeft > 0) return;
+    bytesLeft = Infinity;
+    inner.destroySoon();
+  };
   const gate = net.createServer((inner) => {
     if (isShut) return inner.destroy();
     const outer = net.connect(port, "127.0.0.1");
     const pair = [inner, outer];
     pairs.add(pair);
+    inner.on("data", (data) => outer.write(data));
+    outer.on("data", (data) => passBack(inner, data));
     for (const [from, to] of [pair, [...pair].reverse()]) {
-      from.on("data", (data) => to.write(data));
       from.on("close", () => (pairs.delete(pair), to.destroy()));
       from.on("error", () => to.destroy());
     }
@@ -89,6 +100,14 @@ export async function openGate(port) {
     cut,
     shut: () => ((isShut = true), cut()),
     reopen: () => (isShut = false),
+    hold: () => (held = []),
+    release() {
+      const all = held;
+      held = null;
+      for (const [inner, data] of all) if (!inner.destroyed) inner.write(data);
+    },
+    // Cuts once the server has said so much more.
+    cutAfter: (bytes) => (bytesLeft = bytes),
     close: () => (cut(), gate.close()),
   };
 }
@@ -99,17 +118,20 @@ export const startBrowser = () =>
     args: ["--no-sandbox", "--disable-gpu", "--no-first-run", ...kOffline],
   });
 
-// A tab with the page in it: what it sent stands in `sent`, what it complained of in `complaints`.
-export async function openTab(context, url) {
+// What a browser says of connections that are cut.
+export const kCut = /WebSocket connection to .* failed|ERR_CONNECTION|ERR_EMPTY_RESPONSE/;
+
+// A tab with the page in it: what it sent by its WebSocket stands in `sent`, what it asked for otherwise in
+// `requests`, and what it complained of in `complaints`, but for what is `expected`.
+export async function openTab(context, url, expected = /(?!)/) {
   const page = await context.newPage();
   page.setDefaultTimeout(10_000);
-  const tab = { page, sent: [], complaints: [] };
+  const tab = { page, sent: [], requests: [], complaints: [] };
   page.on("console", (message) => {
-    const text = message.text();
-    if (message.type() === "error" && !/WebSocket|ERR_CONNECTION|ERR_EMPTY|403|Failed to load/.test(text))
-      tab.complaints.push(text);
+    if (message.type() === "error" && !expected.test(message.text())) tab.complaints.push(message.text());
   });
   page.on("pageerror", (error) => tab.complaints.push(String(error)));
+  page.on("request", (request) => tab.requests.push(`${request.method()} ${request.url()}`));
   page.on("websocket", (socket) => socket.on("framesent", ({ payload }) => tab.sent.push(String(payload))));
   await page.addInitScript(() => {
     addEventListener("securitypolicyviolation", (event) =>
@@ -147,12 +169,49 @@ export const paste = (page, text) =>
 
 export const field = (page, id) => page.locator(`[data-id=${id}]`);
 export const fate = (page, id) => page.locator(`.field:has([data-id=${id}]) .fate`);
-export const boxText = (page) => page.locator("dialog[open] .box-text").textContent();
+export const hasFate = (page, id, fate) =>
+  page.waitForFunction(
+    ([name, wanted]) => document.querySelector(`[data-id=${name}]`).dataset.fate === wanted,
+    [id, fate],
+  );
+
+// The text of the box, once it takes keys.
+export async function boxText(page) {
+  await page.waitForFunction(() => document.querySelector("dialog[open] .box-buttons:not([inert])"));
+  return page.locator(".box-text").textContent();
+}
 
 export async function fill(page, id, text) {
   await field(page, id).fill(text);
   await page.keyboard.press("Enter");
 }
+
+// The least contrast between text and what is behind it, of all elements that a selector finds: 1 to 21.
+export const contrast = (page, selector) =>
+  page.locator(selector).evaluateAll((elements) => {
+    const channels = (colour) => colour.match(/[\d.]+/g).map(Number);
+    const light = (colour) => {
+      const [red, green, blue] = channels(colour)
+        .map((channel) => channel / 255)
+        .map((channel) => (channel <= 0.04045 ? channel / 12.92 : ((channel + 0.055) / 1.055) ** 2.4));
+      return 0.2126 * red + 0.7152 * green + 0.0722 * blue;
+    };
+    const backgroundOf = (element) => {
+      const { backgroundColor } = getComputedStyle(element);
+      return channels(backgroundColor)[3] === 0 ? backgroundOf(element.parentElement) : backgroundColor;
+    };
+    const ratios = elements.map((element) => {
+      const [low, high] = [light(getComputedStyle(element).color), light(backgroundOf(element))].sort(
+        (a, b) => a - b,
+      );
+      return (high + 0.05) / (low + 0.05);
+    });
+    return Math.min(...ratios);
+  });
+
+// By how many pixels what an element holds is wider than the element.
+export const overhang = (page, selector) =>
+  page.locator(selector).evaluate((element) => element.scrollWidth - element.clientWidth);
 
 // Bytes of the code page.
 const kBytes = { "€": 0x80, "–": 0x96, "“": 0x93, "”": 0x94 };
