@@ -1,10 +1,11 @@
 # Sourced by ./run and ./test: the Debian packages that NvAdmin is built and tested with.
 
-build_packages=(g++ cmake ninja-build ccache pkg-config libsqlite3-dev libedit-dev libfmt-dev libcli11-dev
+build_packages=(g++ cmake ninja-build ccache pkg-config libsqlite3-dev libmariadb-dev libedit-dev libfmt-dev libcli11-dev
   libsodium-dev libssl-dev libboost-dev nlohmann-json3-dev iso-codes)
 # Debian's npm would clash with one that is there already.
 if ! command -v npm >/dev/null; then build_packages+=(nodejs npm); fi
-test_packages=(libgtest-dev libgmock-dev tmux sqlite3 python3 openssl chromium)
+test_packages=(libgtest-dev libgmock-dev tmux sqlite3 mariadb-server-core mariadb-client-core
+  mariadb-server galera-4 rsync python3 openssl chromium)
 
 # Installs those of the packages that are missing. Where there is no apt, the build itself shows what it lacks.
 install_missing() {

@@ -101,11 +101,11 @@ void MakeFile(Store& store, int items) {
   store.Commit();
 }
 
-void Make(const char* folder, int items) {
+void Make(const char* folder, int items, const char* address) {
   Home::Make(folder);
   Home home(folder);
   std::string error;
-  Must(home.AddAccount({"BENCH", "MSSQL", ""}, error), error);
+  Must(home.AddAccount({"BENCH", *address == 0 ? "MSSQL" : "MYSQL", address}, error), error);
   const auto store = OpenStore(home, *home.FindAccount("BENCH"));
   MakeDictionary(*store);
   MakeFile(*store, items);
@@ -115,13 +115,13 @@ void Make(const char* folder, int items) {
 }  // namespace nvadmin::engine
 
 int main(int argc, char** argv) {
-  const int items = argc == 3 ? std::atoi(argv[2]) : 0;
+  const int items = argc >= 3 ? std::atoi(argv[2]) : 0;
   if (items < 1) {
-    std::fputs("usage: bench_items HOME ITEMS\n", stderr);
+    std::fputs("usage: bench_items HOME ITEMS [ADDRESS]\n", stderr);
     return 2;
   }
   try {
-    nvadmin::engine::Make(argv[1], items);
+    nvadmin::engine::Make(argv[1], items, argc > 3 ? argv[3] : "");
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "bench_items: %s\n", failure.what());
     return 1;

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <exception>
 #include <thread>
+#include <unordered_set>
 
 #include "engine/TransferFile.h"
 #include "engine/query/Parse.h"
@@ -36,6 +37,7 @@ constexpr auto kLongestOpen = std::chrono::milliseconds(500);
 
 constexpr std::int32_t kFirstBatchItems = 16;
 constexpr std::int32_t kLargestBatchItems = 256;
+constexpr std::int32_t kBatchGrowth = 4;
 constexpr std::size_t kMostAheadBytes = 4u << 20;
 
 // The session whose hooks this thread's conversions use.
@@ -56,6 +58,28 @@ std::string WithoutPeriods(std::string_view name) {
 
 std::string MissingItem(std::string_view id, std::string_view table) {
   return fmt::format("item {} is not in table {}", Quoted(id), table);
+}
+
+// How many items to read at once behind a batch of `items` items that had so many bytes.
+std::int32_t NextBatchSize(std::int32_t last, std::size_t items, std::size_t bytes) {
+  const std::size_t average = bytes / items + 1;
+  const std::size_t fitting = std::clamp<std::size_t>(kMostAheadBytes / average, 1, kLargestBatchItems);
+  return std::min(last * kBatchGrowth, static_cast<std::int32_t>(fitting));
+}
+
+std::size_t LengthToMark(std::string_view text) {
+  return static_cast<std::size_t>(std::find_if(text.begin(), text.end(), IsMark) - text.begin());
+}
+
+// The number of the first attribute that has the value, or subvalue; 0: none has.
+std::int32_t FindValue(std::string_view item, std::string_view value) {
+  for (std::int32_t attribute = 1;;) {
+    const std::size_t length = LengthToMark(item);
+    if (item.substr(0, length) == value) return attribute;
+    if (length == item.size()) return 0;
+    if (item[length] == kAttributeMark) ++attribute;
+    item.remove_prefix(length + 1);
+  }
 }
 
 }  // namespace
@@ -125,8 +149,54 @@ void EngineSession::InstallHooks() {
 
 bool EngineSession::ReadForTranslation(std::string_view file, std::string_view id, std::string& item) {
   StopIfInterrupted();
+  const std::int32_t index = FindTranslated(file);
+  if (index < 0 || id.empty()) return false;
+  OpenedFile& opened = files_[index];
+  const std::int32_t most = std::max(opened.targetsAtOnce, kFirstBatchItems);
+  const std::vector<std::string_view> ids = TargetsToCome(file, id, static_cast<std::size_t>(most));
+  if (ids.size() < 2) return CurrentStore().Read(opened.table, id, item);
+
+  CurrentStore().ReadBatch(opened.table, ids, targets_);
+  std::size_t bytes = 0;
+  for (const BatchItem& target : targets_) bytes += target.item.size();
+  for (std::size_t at = 1; at < ids.size(); ++at)
+    translations_.Remember(file, ids[at], targets_[at].found, targets_[at].item);
+  opened.targetsAtOnce = NextBatchSize(most, ids.size(), bytes);
+  item.swap(targets_[0].item);
+  return targets_[0].found;
+}
+
+// A file stays found for all of a sentence: one that others drop has no items, and made anew it is read as it
+// is then.
+std::int32_t EngineSession::FindTranslated(std::string_view file) {
+  const auto known = translatedFiles_.find(file);
+  if (known != translatedFiles_.end()) return known->second;
   const std::int32_t index = FindOrOpen(file);
-  return index >= 0 && !id.empty() && CurrentStore().Read(files_[index].table, id, item);
+  translatedFiles_.emplace(file, index);
+  return index;
+}
+
+// The item IDs to read when an item of a walk has `id` translated: that, and those that stand in the same
+// attribute of the items to come, since these will be translated next.
+std::vector<std::string_view> EngineSession::TargetsToCome(std::string_view file, std::string_view id,
+                                                           std::size_t most) const {
+  std::vector<std::string_view> ids = {id};
+  const std::span<const BatchItem> items =
+      ItemsToCome::All().empty() ? AheadFrom(walkRow_) : ItemsToCome::All();
+  const std::int32_t attribute = items.empty() ? 0 : FindValue(items[0].item, id);
+  if (attribute == 0) return ids;
+  std::unordered_set<std::string_view> seen = {id};
+  for (const BatchItem& item : items) {
+    std::string_view rest = mv::Extract(item.item, attribute);
+    while (!rest.empty()) {
+      const std::string_view value = rest.substr(0, LengthToMark(rest));
+      rest.remove_prefix(std::min(value.size() + 1, rest.size()));
+      if (value.empty() || translations_.Knows(file, value) || !seen.insert(value).second) continue;
+      ids.push_back(value);
+      if (ids.size() == most) return ids;
+    }
+  }
+  return ids;
 }
 
 void EngineSession::StopIfInterrupted() const {
@@ -186,12 +256,12 @@ bool EngineSession::ReadInput(std::string& target, std::int32_t length, bool lin
   StopIfInterrupted();
   if (!(progressShown_ && WritesMayStayOpen())) CommitWrites();
   progressShown_ = false;
-  ForgetWhatOthersMayChange();
+  ForgetFileNames();
 
   port_.Flush();
   const InputResult result = port_.ReadLine(target, length, lineEnd);
   // At the end of input nobody was waited for: a report that runs into a file is one piece.
-  if (result != InputResult::kEnd) translations_.Forget();
+  if (result != InputResult::kEnd) ForgetItems();
   StopIfInterrupted();
   switch (result) {
     case InputResult::kLine:
@@ -231,8 +301,10 @@ void EngineSession::PrintLine(std::string_view text) {
 
 std::string EngineSession::ExecuteSentence(std::string_view sentence) {
   StopIfInterrupted();
-  ForgetWhatOthersMayChange();
-  translations_.Forget();
+  ForgetFileNames();
+  ForgetItems();
+  translatedFiles_.clear();
+  ahead_.file = -1;
   walkRow_ = 0;
   SentenceResult result = RunSentence(*this, sentence);
   if (result.ok) {
@@ -291,6 +363,7 @@ bool EngineSession::EnterAccount(std::string_view name, std::string& error) {
     opened->account = *found;
     try {
       opened->store = OpenStore(home_, *found);
+      if (!found->store.empty()) locks_.UseServer(found->name, FindStorePlace(home_, *found));
     } catch (const EngineFailure& failure) {
       accounts_.erase(found->name);
       error = failure.what();
@@ -303,6 +376,7 @@ bool EngineSession::EnterAccount(std::string_view name, std::string& error) {
   current_ = entered.get();
   store_ = current_->store.get();
   translations_.Forget();
+  translatedFiles_.clear();
   return true;
 }
 
@@ -377,10 +451,10 @@ const EngineSession::OpenedFile* EngineSession::FindFileToChange(std::string_vie
 void EngineSession::ForgetItems() {
   DropReadAhead();
   translations_.Forget();
+  std::erase_if(translatedFiles_, [](const auto& entry) { return entry.second < 0; });
 }
 
-void EngineSession::ForgetWhatOthersMayChange() {
-  DropReadAhead();
+void EngineSession::ForgetFileNames() {
   for (auto& [name, entered] : accounts_) entered->fileByName.clear();
 }
 
@@ -419,8 +493,7 @@ bool EngineSession::ReadAttribute(std::string& value, std::string_view fileVar, 
 }
 
 // The item of the walk's row when it lies ready; null: it is to be read from the store. The first row of a
-// walk is read plainly, and so is each row of a walk that writes between: only the second row in order starts
-// a batch.
+// walk is read plainly; the second one in order starts a batch.
 const BatchItem* EngineSession::ReadAlong(const OpenedFile& file, std::string_view id) {
   std::string_view key;
   if (walkRow_ < 1 || !grid_.FindCell(0, walkRow_, key) || key != id) return nullptr;
@@ -431,18 +504,42 @@ const BatchItem* EngineSession::ReadAlong(const OpenedFile& file, std::string_vi
     return nullptr;
   }
   if (walkRow_ == ahead_.nextRow) FillReadAhead(file);
-  const std::int32_t within = walkRow_ - ahead_.firstRow;
-  if (within >= 0 && within < ahead_.kept) return &ahead_.items[within];
-  StartReadAhead(file);
-  return nullptr;
+  const std::span<const BatchItem> ahead = AheadFrom(walkRow_);
+  if (ahead.empty()) {
+    StartReadAhead(file);
+    return nullptr;
+  }
+  if (ahead_.lastRow != walkRow_) {
+    ahead_.lastRow = walkRow_;
+    ++ahead_.served;
+  }
+  return ahead.data();
+}
+
+// What is read ahead from a row on; nothing when that row isn't.
+std::span<const BatchItem> EngineSession::AheadFrom(std::int32_t row) const {
+  const std::int32_t within = row - ahead_.firstRow;
+  if (ahead_.file < 0 || within < 0 || within >= ahead_.kept) return {};
+  return std::span(ahead_.items).subspan(within);
 }
 
 void EngineSession::StartReadAhead(const OpenedFile& file) {
   ahead_.file = file.index;
-  ahead_.firstRow = walkRow_;
   ahead_.kept = 0;
+  ahead_.lastRow = walkRow_;
   ahead_.nextRow = walkRow_ + 1;
   ahead_.batchSize = kFirstBatchItems;
+  ahead_.served = 1;
+}
+
+// A walk that goes on behind this, page by page perhaps, gets as many items at once as it took until now: a
+// page costs one batch, and a walk that writes each of its items reads no other.
+void EngineSession::DropReadAhead() {
+  ahead_.kept = 0;
+  if (ahead_.served == 0) return;
+  ahead_.nextRow = ahead_.lastRow + 1;
+  ahead_.batchSize = std::min(ahead_.served, kLargestBatchItems);
+  ahead_.served = 0;
 }
 
 void EngineSession::FillReadAhead(const OpenedFile& file) {
@@ -459,9 +556,7 @@ void EngineSession::FillReadAhead(const OpenedFile& file) {
   ahead_.items.resize(ahead_.kept);
   ahead_.firstRow = walkRow_;
   ahead_.nextRow = walkRow_ + ahead_.kept;
-  const std::size_t average = bytes / ahead_.kept + 1;
-  const std::size_t fitting = std::clamp<std::size_t>(kMostAheadBytes / average, 1, kLargestBatchItems);
-  ahead_.batchSize = std::min(ahead_.batchSize * 2, static_cast<std::int32_t>(fitting));
+  ahead_.batchSize = NextBatchSize(ahead_.batchSize, ahead_.kept, bytes);
 }
 
 // --- Locked reads, writes and locks.
@@ -563,16 +658,14 @@ bool EngineSession::Put(const Change& change, std::string_view fileVar, std::str
   ForgetItems();
   PauseBeforeRetry(*file, id);
 
-  // The lock first, then the transaction; without a lock of its own a write asks behind the transaction's
-  // start.
+  // The lock first, then the transaction; behind its start a write asks whether others hold the item, or its
+  // own lock was taken from it.
   std::string error;
   LockClaim claim(locks_, *file, id);
   if (lockAfter == LockAfter::kKept && !claim.Take(error)) return RefuseWrite(file, id, std::move(error));
   BeginWrites(*file);
-  if (lockAfter == LockAfter::kReleased &&
-      !locks_.Check(file->account->account.name, file->tableName, id, error)) {
+  if (!locks_.Check(file->account->account.name, file->tableName, id, error))
     return RefuseWrite(file, id, std::move(error));
-  }
 
   Store& store = *file->account->store;
   std::string changed;
@@ -657,6 +750,7 @@ void EngineSession::BeginWrites(const OpenedFile& file) {
   if (writing_ == &store) return;
   CommitWrites();
   store.BeginWrites();
+  locks_.BeginChecks(file.account->account.name);
   writing_ = &store;
   writesOpenSince_ = std::chrono::steady_clock::now();
   writesQueued_ = 0;
@@ -674,7 +768,11 @@ void EngineSession::CommitOpenWrites() {
     store.Commit();
   } catch (...) {
     load_.Settle(/*isKept=*/false);
-    ReleaseWaitingLocks();
+    // What is lost is to be told, rather than that a lock stays.
+    try {
+      ReleaseWaitingLocks();
+    } catch (const StoreFailure&) {
+    }
     throw;
   }
   load_.Settle(isKept);

@@ -23,6 +23,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -170,6 +171,7 @@ class EngineSession final : public EngineCallBack {
     TableHandle table = 0;
     std::string tableName;
     std::int32_t index = 0;
+    std::int32_t targetsAtOnce = 0;  // that translations into it read in one batch
   };
 
   // Items read before they were asked for: those of `items`, for the grid's rows from firstRow on.
@@ -179,6 +181,8 @@ class EngineSession final : public EngineCallBack {
     std::int32_t kept = 0;     // entries of `items` that count
     std::int32_t nextRow = 0;  // where the next batch starts when the walk goes on in order
     std::int32_t batchSize = 0;
+    std::int32_t served = 0;   // rows since the walk began or what was read ahead was dropped
+    std::int32_t lastRow = 0;  // of these
     std::vector<BatchItem> items;
   };
 
@@ -200,6 +204,7 @@ class EngineSession final : public EngineCallBack {
 
   void InstallHooks();
   bool ReadForTranslation(std::string_view file, std::string_view id, std::string& item);
+  std::int32_t FindTranslated(std::string_view file);
   void StopIfInterrupted() const;
   bool Refuse(std::string text);
   bool RefuseWrite(const OpenedFile* file, std::string_view id, std::string text);
@@ -212,13 +217,16 @@ class EngineSession final : public EngineCallBack {
   // The same for what takes a lock or writes. A store that failed has rolled back what was open: that is
   // settled first.
   const OpenedFile* FindFileToChange(std::string_view fileVar);
-  void ForgetWhatOthersMayChange();
+  void ForgetFileNames();
 
   const BatchItem* ReadAlong(const OpenedFile& file, std::string_view id);
+  std::span<const BatchItem> AheadFrom(std::int32_t row) const;
   void FillReadAhead(const OpenedFile& file);
   void StartReadAhead(const OpenedFile& file);
-  void DropReadAhead() { ahead_.file = -1; }
-  // Also drops what translations remember.
+  void DropReadAhead();
+  std::vector<std::string_view> TargetsToCome(std::string_view file, std::string_view id,
+                                              std::size_t most) const;
+  // What was read ahead, and what translations remember.
   void ForgetItems();
 
   bool ReadLocked(std::string& text, std::string_view fileVar, std::string_view id,
@@ -260,7 +268,9 @@ class EngineSession final : public EngineCallBack {
   std::int32_t walkRow_ = 0;  // the row whose key was asked for last
   ReadAhead ahead_;
   TranslationMemory translations_{std::bind_front(&EngineSession::ReadForTranslation, this)};
-  std::string buffer_;  // what the store reads into: arguments may alias the result
+  std::vector<BatchItem> targets_;         // of translations, read at once
+  TextMap<std::int32_t> translatedFiles_;  // index into files_ by the names that codes use; -1: no such file
+  std::string buffer_;                     // what the store reads into: arguments may alias the result
 
   std::string errorDetail_;
   std::string typedSentence_;

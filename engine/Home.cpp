@@ -304,6 +304,10 @@ fs::path Home::DatabaseFile(const Account& account) const {
   return folder_ / "accounts" / (account.name + ".sqlite");
 }
 
+fs::path Home::PasswordFile(const Account& account) const {
+  return folder_ / "accounts" / (account.name + ".password");
+}
+
 std::vector<Account> Home::Accounts() const {
   const std::lock_guard guard(catalogue_->mutex);
   Statement statement(catalogue_->database, "SELECT name, datastore, store FROM accounts ORDER BY name");
@@ -354,6 +358,8 @@ bool Home::RemoveAccount(std::string_view name) {
 
   // The files go before the catalogue forgets them: an account added later never finds another's data.
   if (account->store.empty()) RemoveDatabase(DatabaseFile(*account));
+  std::error_code ignored;
+  fs::remove(PasswordFile(*account), ignored);
   transaction.Commit();
   return true;
 }

@@ -3,6 +3,7 @@
 //
 //   catalogue.sqlite   accounts, saved select lists
 //   accounts/NAME.sqlite   one database per embedded account
+//   accounts/NAME.password   of the database that an account has at an address
 //   users.sqlite   who may log in to a server; the host's
 //   locks.sqlite, locks.sqlite-gate   sessions and item locks of all programs on this home; nothing lasting
 //   TransferItem/, TransferBulk/   the add-in's transfer folders
@@ -52,6 +53,8 @@ class Home {
   const std::string& SystemPath() const { return systemPath_; }
   std::filesystem::path LocksFile() const;
   std::filesystem::path DatabaseFile(const Account& account) const;
+  // Where the password of a database at an address is kept, if the account's was given to be kept.
+  std::filesystem::path PasswordFile(const Account& account) const;
 
   std::vector<Account> Accounts() const;  // in order of name
   std::optional<Account> FindAccount(std::string_view name) const;

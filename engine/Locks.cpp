@@ -456,35 +456,65 @@ Locks::~Locks() { sharing_->Leave(*seat_); }
 std::int32_t Locks::Number() const { return sharing_->NumberOf(*seat_); }
 void Locks::SetAccount(std::string_view account) { sharing_->SetAccount(*seat_, account); }
 
+ServerLocks* Locks::ServerOf(std::string_view account) const {
+  if (servers_.empty()) return nullptr;
+  const auto server = servers_.find(account);
+  return server == servers_.end() ? nullptr : server->second.get();
+}
+
+void Locks::UseServer(std::string_view account, const StorePlace& place) {
+  servers_[std::string(account)] = std::make_unique<ServerLocks>(place, account, seat_->user, seat_->from);
+}
+
+void Locks::BeginChecks(std::string_view account) {
+  if (ServerLocks* server = ServerOf(account)) server->BeginChecks();
+}
+
 bool Locks::Take(std::string_view account, std::string_view table, std::string_view id,
                  std::string& refusal) {
+  if (ServerLocks* server = ServerOf(account)) return server->Take(table, id, refusal);
   return sharing_->Take(*seat_, {account, table, id}, refusal);
 }
 
 bool Locks::TakeTable(std::string_view account, std::string_view table, std::string& refusal) {
+  if (ServerLocks* server = ServerOf(account)) return server->Take(table, std::nullopt, refusal);
   return sharing_->Take(*seat_, {account, table, std::nullopt}, refusal);
 }
 
 bool Locks::Check(std::string_view account, std::string_view table, std::string_view id,
                   std::string& refusal) {
+  if (ServerLocks* server = ServerOf(account)) return server->Check(table, id, refusal);
   return sharing_->Check(*seat_, {account, table, id}, refusal);
 }
 
 bool Locks::Holds(std::string_view account, std::string_view table, std::string_view id) const {
+  if (ServerLocks* server = ServerOf(account)) return server->Holds(table, id);
   return sharing_->Holds(*seat_, {account, table, id});
 }
 
 void Locks::Release(std::string_view account, std::string_view table, std::string_view id) {
+  if (ServerLocks* server = ServerOf(account)) return server->Release(table, id);
   sharing_->Release(*seat_, {account, table, id});
 }
 
 void Locks::ReleaseTable(std::string_view account, std::string_view table) {
+  if (ServerLocks* server = ServerOf(account)) return server->ReleaseTable(table);
   sharing_->ReleaseTable(*seat_, {account, table, std::nullopt});
 }
 
-void Locks::ReleaseAll() { sharing_->ReleaseAll(*seat_); }
+void Locks::ReleaseAll() {
+  for (const auto& [account, server] : servers_) server->ReleaseAll();
+  sharing_->ReleaseAll(*seat_);
+}
 
 std::vector<ListedSession> Locks::AllSessions() const { return sharing_->AllSessions(); }
-std::vector<ListedLock> Locks::AllLocks() const { return sharing_->AllLocks(); }
+
+std::vector<ListedLock> Locks::AllLocks() const {
+  std::vector<ListedLock> locks = sharing_->AllLocks();
+  for (const auto& [account, server] : servers_) {
+    for (ListedLock& lock : server->AllLocks()) locks.push_back(std::move(lock));
+  }
+  return locks;
+}
 
 }  // namespace nvadmin::engine

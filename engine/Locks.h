@@ -12,16 +12,20 @@
 // opens the write transaction first, then asks Check; whoever locks later waits for its commit. (3) Check
 // costs almost nothing while no other session holds any lock: one look at the file's version, about a
 // microsecond.
+//
+// The locks of an account whose files lie on a server lie there too: see engine/ServerLocks.h.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "engine/LockFile.h"
+#include "engine/ServerLocks.h"
 
 namespace nvadmin::engine {
 
@@ -40,6 +44,10 @@ class Locks {
   std::int32_t Number() const;
   // The account in which others see the session from now on.
   void SetAccount(std::string_view account);
+  // From now on the locks of this account lie in the database at `place`.
+  void UseServer(std::string_view account, const StorePlace& place);
+  // Call when a write transaction has been opened on the account's store, before the first Check.
+  void BeginChecks(std::string_view account);
 
   // Takes the lock, or finds that this session has it already. False when another holds it, or the whole
   // table: `refusal` becomes "[920] item 'ID' of TABLE is locked by HOLDER". Never waits for a holder.
@@ -57,7 +65,7 @@ class Locks {
   void ReleaseTable(std::string_view account, std::string_view table);  // its items and itself
   void ReleaseAll();
 
-  // Of all programs that live.
+  // Of all programs that live: the sessions on this home, and the locks on it and on the servers used here.
   std::vector<ListedSession> AllSessions() const;
   std::vector<ListedLock> AllLocks() const;
 
@@ -65,8 +73,11 @@ class Locks {
   struct Seat;
   class Sharing;
 
+  ServerLocks* ServerOf(std::string_view account) const;
+
   std::shared_ptr<Sharing> sharing_;
   std::unique_ptr<Seat> seat_;
+  std::map<std::string, std::unique_ptr<ServerLocks>, std::less<>> servers_;  // by account
 };
 
 }  // namespace nvadmin::engine

@@ -4,26 +4,36 @@
 
 namespace nvadmin::engine {
 
-bool TranslationMemory::Read(std::string_view file, std::string_view id, std::string& item) {
-  if (const auto known = targetsByFile_.find(file); known != targetsByFile_.end()) {
-    if (const auto target = known->second.find(id); target != known->second.end()) {
-      item = target->second.item;
-      return target->second.found;
-    }
-  }
-  Target target;
-  target.found = read_(file, id, target.item);
-  if (!target.found) target.item.clear();
-  item = target.item;
-  const bool found = target.found;
+thread_local std::span<const BatchItem> ItemsToCome::items_;
 
-  const std::size_t size = id.size() + target.item.size();
+const TranslationMemory::Target* TranslationMemory::Find(std::string_view file, std::string_view id) const {
+  const auto known = targetsByFile_.find(file);
+  if (known == targetsByFile_.end()) return nullptr;
+  const auto target = known->second.find(id);
+  return target == known->second.end() ? nullptr : &target->second;
+}
+
+bool TranslationMemory::Read(std::string_view file, std::string_view id, std::string& item) {
+  if (const Target* known = Find(file, id)) {
+    item = known->item;
+    return known->found;
+  }
+  std::string read;
+  const bool found = read_(file, id, read);
+  if (!found) read.clear();
+  Remember(file, id, found, read);
+  item = std::move(read);
+  return found;
+}
+
+void TranslationMemory::Remember(std::string_view file, std::string_view id, bool found,
+                                 std::string_view item) {
+  const std::size_t size = id.size() + item.size();
   if (targets_ == kMostTargets || bytes_ + size > kMostBytes) Forget();
-  if (size > kMostBytes) return found;
-  targetsByFile_[std::string(file)].emplace(id, std::move(target));
+  if (size > kMostBytes) return;
+  targetsByFile_[std::string(file)].emplace(id, Target{found, std::string(item)});
   ++targets_;
   bytes_ += size;
-  return found;
 }
 
 void TranslationMemory::Forget() {

@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <system_error>
@@ -16,6 +17,7 @@
 
 #include "engine/CodePage.h"
 #include "engine/Home.h"
+#include "engine/stores/CheckStore.h"
 #include "engine/stores/OpenStore.h"
 #include "engine/stores/Store.h"
 #include "host/PasswordPrompt.h"
@@ -151,6 +153,41 @@ bool CanBeEntered(engine::Home& home, std::string_view account, std::string& err
   }
 }
 
+// Readable by this user alone, from its first moment.
+void KeepPassword(const std::filesystem::path& file, std::string_view password) {
+  std::error_code ignored;
+  std::filesystem::remove(file, ignored);
+  const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  const std::string line = std::string(password) + '\n';
+  const bool isWritten =
+      descriptor >= 0 && write(descriptor, line.data(), line.size()) == static_cast<ssize_t>(line.size());
+  const int number = errno;
+  if (descriptor >= 0) close(descriptor);
+  if (isWritten) return;
+  throw EngineFailure(fmt::format("can't keep the password in {}: {}", engine::ForeignText(file.string()),
+                                  std::generic_category().message(number)));
+}
+
+// Finds out whether the account's database will do, and asks for its password if nothing else gives it.
+// False, with the complaint made, if it won't.
+bool PrepareStore(const engine::Home& home, const engine::Account& account, bool tells,
+                  std::string& password) {
+  engine::StorePlace place = engine::FindStorePlace(home, account);
+  const bool isGiven =
+      !place.address.passwordFile.empty() || std::getenv(engine::kStorePasswordVariable) != nullptr;
+  if (!isGiven) {
+    password = AskStorePassword(place.address.user, place.address.database).value_or("");
+    place.password = password;
+  }
+  bool isFit = false;
+  const auto lines = engine::CheckStore(place, isFit);
+  for (const auto& [word, text] : lines) {
+    if (tells) fmt::print("{:<14} {}\n", word, engine::ToUtf8(text));
+  }
+  if (!isFit && !tells) Complain(lines.back().second);
+  return isFit;
+}
+
 // Runs what needs the home; what fails on the way there is told.
 template <typename Action>
 ExitCode WithHome(const CommandSettings& settings, bool makeHome, const Action& action) {
@@ -213,25 +250,54 @@ ExitCode RunServe(const CommandSettings& settings, const ServeSettings& serve) {
   });
 }
 
-ExitCode AddAccount(const CommandSettings& settings, std::string_view name, std::string_view datastore) {
+ExitCode AddAccount(const CommandSettings& settings, const NewAccount& given) {
   return WithHome(settings, /*makeHome=*/true, [&](engine::Home& home) {
     engine::Account account;
-    account.name = name;
-    account.datastore = datastore;
+    account.name = given.name;
+    account.datastore = given.datastore;
     std::string error;
+    std::string refused;
+    if (!engine::FromUtf8(given.store, account.store, refused))
+      throw EngineFailure(
+          fmt::format("the address has {}, which is not in the code page Windows-1252", refused));
+    std::string password;
+    if (!account.store.empty() && !PrepareStore(home, account, given.checkOnly, password))
+      return ExitCode::kFailed;
+    if (given.checkOnly) return ExitCode::kFine;
     if (home.AddAccount(account, error)) {
-      if (CanBeEntered(home, name, error)) return ExitCode::kFine;
-      home.RemoveAccount(name);
+      const engine::Account added = home.FindAccount(given.name).value();
+      if (!password.empty()) KeepPassword(home.PasswordFile(added), password);
+      if (CanBeEntered(home, given.name, error)) return ExitCode::kFine;
+      home.RemoveAccount(given.name);
     }
     Complain(error);
     return ExitCode::kFailed;
   });
 }
 
+ExitCode SetStorePassword(const CommandSettings& settings, std::string_view name) {
+  return WithHome(settings, /*makeHome=*/false, [&](engine::Home& home) {
+    const std::optional<engine::Account> account = home.FindAccount(name);
+    if (!account || account->store.empty()) {
+      Complain(fmt::format(
+          "there is no account {} with a database at an address; 'nvadmin account list' shows them",
+          engine::ForeignText(name)));
+      return ExitCode::kFailed;
+    }
+    engine::StorePlace place = engine::FindStorePlace(home, *account);
+    place.password = AskStorePassword(place.address.user, place.address.database).value_or("");
+    bool isFit = false;
+    engine::CheckStore(place, isFit);
+    KeepPassword(home.PasswordFile(*account), place.password);
+    return ExitCode::kFine;
+  });
+}
+
 ExitCode ListAccounts(const CommandSettings& settings) {
   return WithHome(settings, /*makeHome=*/false, [](engine::Home& home) {
     for (const engine::Account& account : home.Accounts())
-      fmt::print("{:<20} {}\n", account.name, account.datastore);
+      fmt::print("{:<20} {}{}{}\n", account.name, account.datastore, account.store.empty() ? "" : "  ",
+                 engine::ToUtf8(account.store));
     return ExitCode::kFine;
   });
 }

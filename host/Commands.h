@@ -27,8 +27,17 @@ ExitCode RunTcl(const CommandSettings& settings, const GivenSentences& sentences
 // Makes the home and the demo account where they are missing, then as RunTcl.
 ExitCode RunDemo(const CommandSettings& settings, const GivenSentences& sentences);
 
-// Makes the home where it is missing.
-ExitCode AddAccount(const CommandSettings& settings, std::string_view name, std::string_view datastore);
+struct NewAccount {
+  std::string name;
+  std::string datastore;
+  std::string store;       // the address of its database; empty: a file in the home
+  bool checkOnly = false;  // tells of the database, and adds nothing
+};
+// Makes the home where it is missing. The password of a database at an address comes from a file that the
+// address names, from the environment, or is asked for and kept in the home.
+ExitCode AddAccount(const CommandSettings& settings, const NewAccount& account);
+// Asks for the password of an account's database anew, and keeps it.
+ExitCode SetStorePassword(const CommandSettings& settings, std::string_view name);
 ExitCode ListAccounts(const CommandSettings& settings);
 ExitCode RemoveAccount(const CommandSettings& settings, std::string_view name);
 

@@ -95,16 +95,29 @@ std::optional<std::string> ReadFromInput() {
   return std::nullopt;
 }
 
-}  // namespace
-
-std::optional<std::string> AskNewPassword(std::string_view user) {
-  const std::optional<std::string> typed = isatty(STDIN_FILENO) != 0 ? AskTwice(user) : ReadFromInput();
+std::optional<std::string> InCodePage(const std::optional<std::string>& typed) {
   if (!typed) return std::nullopt;
   std::string password;
   std::string refused;
   if (engine::FromUtf8(*typed, password, refused)) return password;
   Complain("the password has a character that is not in the code page Windows-1252");
   return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> AskNewPassword(std::string_view user) {
+  return InCodePage(isatty(STDIN_FILENO) != 0 ? AskTwice(user) : ReadFromInput());
+}
+
+std::optional<std::string> AskStorePassword(std::string_view user, std::string_view database) {
+  if (isatty(STDIN_FILENO) != 0)
+    return InCodePage(
+        AskAtTerminal(fmt::format("Password of {} for database {}, empty for none: ", user, database)));
+  std::string line;
+  std::getline(std::cin, line);
+  if (line.ends_with('\r')) line.pop_back();
+  return InCodePage(line);
 }
 
 }  // namespace nvadmin::host

@@ -24,7 +24,7 @@ struct Given {
   CommandSettings settings;
   std::vector<std::string> sentences;
   std::string account;
-  std::string datastore;
+  nvadmin::host::NewAccount newAccount;
   std::string user;
   std::vector<std::string> userAccounts;
   nvadmin::host::ServeSettings serve;
@@ -58,14 +58,30 @@ void AddSessionCommands(CLI::App& app, Given& given) {
 void AddAccountCommands(CLI::App& app, Given& given) {
   CLI::App* account = app.add_subcommand("account", "Add, list and remove accounts")->require_subcommand(1);
   CLI::App* add = account->add_subcommand("add", "Add an account; makes the home if it is missing");
-  add->add_option("NAME", given.account, "Letters, digits, \"_\", \"-\" and \".\"")->required();
-  add->add_option("--datastore", given.datastore, "JET, MSSQL, MYSQL, ORACLE, or a word that begins with MV")
+  add->add_option("NAME", given.newAccount.name, "Letters, digits, \"_\", \"-\" and \".\"")->required();
+  add->add_option("--datastore", given.newAccount.datastore,
+                  "JET, MSSQL, MYSQL, ORACLE, or a word that begins with MV")
       ->type_name("WORD")
       ->required();
+  CLI::Option* store = add->add_option("--store", given.newAccount.store,
+                                       "Keep its files in a MariaDB database: "
+                                       "mariadb://USER@HOST:PORT,HOST2:PORT/DATABASE?OPTION=VALUE")
+                           ->type_name("ADDRESS");
+  add->add_flag("--check", given.newAccount.checkOnly, "Tell of the database, and add nothing")->needs(store);
+  add->footer(
+      "The password of the database is the first line of the file that the address names "
+      "(password-file=PATH), or the\n"
+      "environment variable NVADMIN_STORE_PASSWORD; else it is asked for, or read from standard input, and "
+      "kept in the\n"
+      "home. Other options of an address: socket, tls, tls-ca, tls-cert, tls-key, connect-timeout, timeout.");
   add->callback([&given] {
-    given.run = [&given] {
-      return nvadmin::host::AddAccount(given.settings, given.account, given.datastore);
-    };
+    given.run = [&given] { return nvadmin::host::AddAccount(given.settings, given.newAccount); };
+  });
+  CLI::App* password =
+      account->add_subcommand("password", "Ask for the password of an account's database anew");
+  password->add_option("NAME", given.account, "The account")->required();
+  password->callback([&given] {
+    given.run = [&given] { return nvadmin::host::SetStorePassword(given.settings, given.account); };
   });
   account->add_subcommand("list", "List the accounts and their datastore words")->callback([&given] {
     given.run = [&given] { return nvadmin::host::ListAccounts(given.settings); };

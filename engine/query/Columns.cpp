@@ -85,6 +85,12 @@ bool RefersToItem(std::string_view code) {
   return letter == 'A' || letter == 'F' || letter == 'C' || (letter == 'S' && code.size() > 1);
 }
 
+// Whether a code can translate by way of a file, by itself or in parentheses.
+bool MayTranslateIn(std::string_view code) {
+  return code.starts_with('T') || code.starts_with('t') || code.find("(T") != std::string_view::npos ||
+         code.find("(t") != std::string_view::npos;
+}
+
 }  // namespace
 
 // ---- Dictionary ----
@@ -185,6 +191,7 @@ void Columns::Prepare(std::size_t number) {
     if (code.empty()) return;
     const char letter = Capital(code[0]);
     parts.push_back({std::string(code), letter == 'A' || letter == 'F'});
+    mayTranslate_ = mayTranslate_ || MayTranslateIn(code);
     if (RefersToItem(code)) UseItem(code);
   });
   columns_[number].correlative = std::move(parts);

@@ -77,6 +77,8 @@ class Columns {
 
   // What a scan has to hand out for all columns in use.
   Projection Needed() const;
+  // Whether a correlative may translate by way of a file.
+  bool MayTranslate() const { return mayTranslate_; }
   // Whether any value but the item ID is needed.
   bool NeedsItem() const { return needsWholeItem_ || !attributes_.empty(); }
 
@@ -109,6 +111,7 @@ class Columns {
   std::unordered_map<std::int32_t, std::size_t> slots_;
   bool needsWholeItem_ = false;
   bool computesWithItem_ = false;
+  bool mayTranslate_ = false;
   std::map<std::int32_t, std::size_t> itemSlots_;  // what is computed with, by attribute
 };
 

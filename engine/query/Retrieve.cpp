@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "engine/TranslationMemory.h"
+
 namespace nvadmin::engine {
 namespace {
 
 // So many items are read at once: few enough to hold large ones, enough to make a server's round trip cheap.
 constexpr std::size_t kItemsPerBatch = 200;
+constexpr std::size_t kBytesTogether = std::size_t{4} << 20;
 
 // Of items of which nothing but their IDs is needed.
 void RetrieveIds(Store& store, TableHandle table, const KeySource& source, Row& row,
@@ -24,6 +27,57 @@ void RetrieveIds(Store& store, TableHandle table, const KeySource& source, Row& 
     }
   }
 }
+
+// A scan whose items translate codes: so many at once are taken before the first is looked at that the
+// targets of all of them can be read together.
+class ItemsTogether {
+ public:
+  ItemsTogether(const Columns& columns, const RowVisitor& visit) : row_(columns), visit_(visit) {}
+
+  bool Take(std::string_view id, std::span<const std::string_view> values) {
+    ids_.emplace_back(id);
+    BatchItem& item = items_.emplace_back();
+    item.found = true;
+    for (std::size_t at = 0; at < values.size(); ++at) {
+      if (at > 0) item.item += kAttributeMark;
+      item.item += values[at];
+      ends_.push_back(item.item.size());
+    }
+    bytes_ += item.item.size();
+    return (items_.size() < kItemsPerBatch && bytes_ < kBytesTogether) || VisitAll();
+  }
+
+  bool VisitAll() {
+    ItemsToCome toCome;
+    bool goesOn = true;
+    const std::size_t width = ends_.size() / std::max<std::size_t>(items_.size(), 1);
+    for (std::size_t at = 0; at < items_.size() && goesOn; ++at) {
+      values_.clear();
+      for (std::size_t start = 0, value = 0; value < width; ++value) {
+        const std::size_t end = ends_[at * width + value];
+        values_.push_back(std::string_view(items_[at].item).substr(start, end - start));
+        start = end + 1;
+      }
+      toCome.Are(std::span(items_).subspan(at));
+      row_.EnterScanned(ids_[at], values_);
+      goesOn = visit_(row_);
+    }
+    ids_.clear();
+    items_.clear();
+    ends_.clear();
+    bytes_ = 0;
+    return goesOn;
+  }
+
+ private:
+  Row row_;
+  const RowVisitor& visit_;
+  std::vector<std::string> ids_;
+  std::vector<BatchItem> items_;   // the values, an attribute each
+  std::vector<std::size_t> ends_;  // of the values of all items
+  std::size_t bytes_ = 0;
+  std::vector<std::string_view> values_;
+};
 
 void RetrieveKeys(Store& store, TableHandle table, const KeySource& source, const Columns& columns,
                   const RowVisitor& visit) {
@@ -69,9 +123,19 @@ void Retrieve(Store& store, TableHandle table, const KeySource& source, const Co
     RetrieveKeys(store, table, source, columns, visit);
     return;
   }
-  Row row(columns);
   Projection projection = columns.Needed();
   projection.conditions = conditions.all;
+  if (columns.MayTranslate()) {
+    ItemsTogether items(columns, visit);
+    bool goesOn = true;
+    store.Scan(table, projection, [&](std::string_view id, std::span<const std::string_view> values) {
+      goesOn = items.Take(id, values);
+      return goesOn;
+    });
+    if (goesOn) items.VisitAll();
+    return;
+  }
+  Row row(columns);
   store.Scan(table, projection, [&](std::string_view id, std::span<const std::string_view> values) {
     row.EnterScanned(id, values);
     return visit(row);
@@ -96,10 +160,12 @@ bool RetrieveInOrder(Store& store, TableHandle table, const KeySource& source, c
 void ReadItems(Store& store, TableHandle table, std::span<const std::string_view> ids,
                const ItemVisitor& visit) {
   std::vector<BatchItem> items;
+  ItemsToCome toCome;
   while (!ids.empty()) {
     const std::span<const std::string_view> batch = ids.first(std::min(kItemsPerBatch, ids.size()));
     store.ReadBatch(table, batch, items);
     for (std::size_t at = 0; at < batch.size(); ++at) {
+      toCome.Are(std::span(items).subspan(at));
       if (!visit(batch[at], items[at])) return;
     }
     ids = ids.subspan(batch.size());

@@ -23,18 +23,11 @@ constexpr std::int64_t kFormat = 1;
 constexpr std::size_t kItemSlot = 0;
 constexpr std::string_view kLostWrites = "the writes since the last commit are lost";
 
-// First words of statements that give rows whatever they say.
-constexpr std::string_view kQueryWords[] = {"SELECT", "WITH", "VALUES", "EXPLAIN"};
-
 std::string ColumnName(const TableDescription& table, std::size_t column) {
   return column > 0 && table.layout == Layout::kItem ? "ITEM" : fmt::format("A{}", column);
 }
 
 }  // namespace
-
-std::string BuiltInRefusal(std::string_view name) {
-  return fmt::format("{} is built in and can't be changed", name);
-}
 
 // ---- What is kept of tables and scans
 
@@ -177,13 +170,6 @@ ItemTables::OpenedTable& ItemTables::Use(TableHandle table) {
 
 std::string ItemTables::NoSuchTable(std::string_view name) {
   return fmt::format("there is no table {} in account {}", name, account_);
-}
-
-bool ItemTables::IsFileName(std::string_view name, std::string& error) {
-  const bool holdsZero = name.find('\0') != std::string_view::npos;
-  if (name.empty()) error = "a table needs a name";
-  if (holdsZero) error = "a table's name can't hold a character 0";
-  return !name.empty() && !holdsZero;
 }
 
 void ItemTables::Refresh(OpenedTable& opened) {
@@ -516,9 +502,9 @@ void ItemTables::Scan(TableHandle table, const Projection& projection, const Sca
   ScanTable(table, projection, /*order=*/nullptr, visitor);
 }
 
-// Sorted here, the keys of the items take no memory of ours: beyond its cache SQLite sorts in a temporary file,
-// and of a SAMPLE it keeps just the rows wanted. By item ID the items come in order as they are, or in the
-// opposite one, and the engine needs nothing else of them.
+// Sorted here, the keys of the items take no memory of ours: beyond its cache SQLite sorts in a temporary
+// file, and of a SAMPLE it keeps just the rows wanted. By item ID the items come in order as they are, or in
+// the opposite one, and the engine needs nothing else of them.
 bool ItemTables::ScanInOrder(TableHandle table, const Projection& projection, const ScanOrder& order,
                              const ScanVisitor& visitor) {
   const bool isById = order.keys.empty() || order.keys.front().attribute == 0;
@@ -723,69 +709,15 @@ void ItemTables::Interrupt() noexcept { sqlite3_interrupt(database_.Handle()); }
 
 bool ItemTables::RunSql(std::string_view statement, ResultGrid& grid, bool& isQuery, std::string& message,
                         std::string& error) {
-  const std::vector<SqlToken> tokens = CutSqlTokens(statement);
-  isQuery = !tokens.empty() && std::any_of(std::begin(kQueryWords), std::end(kQueryWords),
-                                           [&](std::string_view word) { return IsSqlWord(tokens[0], word); });
   bool isDone = false;
   try {
-    isDone = RunSentence(statement, tokens, grid, isQuery, message, error);
+    isDone = RunSentence(statement, grid, isQuery, message, error);
   } catch (const StoreFailure&) {
     ForgetTables();  // SQLite may have met a new schema before it failed
-    if (isQuery) grid.Clear();
     throw;
   }
-  if (!isDone && isQuery) grid.Clear();
   SchemaChanged();
   return isDone;
-}
-
-bool ItemTables::RunSentence(std::string_view statement, const std::vector<SqlToken>& tokens,
-                             ResultGrid& grid, bool& isQuery, std::string& message, std::string& error) {
-  if (tokens.empty()) {
-    error = kNoStatement;
-    return false;
-  }
-  if (statement.find('\0') != std::string_view::npos) {
-    error = "an SQL statement can't hold a character 0";
-    return false;
-  }
-  error = RefuseSqlStatement(tokens);
-  if (!error.empty()) return false;
-
-  NewTable table;
-  if (ReadCreateTable(statement, SentencesBy(), table)) {
-    Commit();
-    message = fmt::format("table {} created", table.name);
-    return MakeTable(table, error);
-  }
-  std::string name;
-  if (ReadDropTable(statement, SentencesBy(), name)) {
-    bool isOurs = false;
-    const bool isDropped = DropBareName(name, isOurs, message, error);
-    if (isOurs) return isDropped;
-  }
-  return RunOtherSql(statement, tokens, grid, isQuery, message, error);
-}
-
-// Drops the table whose name is all that stands behind DROP TABLE, be it a keyword or hold blanks and quotes.
-// Otherwise it is ordinary SQL (`isOurs` false), unless a single word stands there or a program wrote it.
-bool ItemTables::DropBareName(std::string_view name, bool& isOurs, std::string& message, std::string& error) {
-  std::string_view withoutEnd = name;
-  const bool mayHaveEnd = SentencesBy() == SentenceBy::kUser;
-  while (mayHaveEnd && (withoutEnd.ends_with(';') || withoutEnd.ends_with(' '))) withoutEnd.remove_suffix(1);
-  isOurs = true;
-  for (const std::string_view candidate : {name, withoutEnd}) {
-    bool isThere = false;
-    message = fmt::format("table {} dropped", candidate);
-    const bool isDropped = DropIfThere(candidate, isThere, error);
-    if (isThere) return isDropped;
-  }
-  const std::vector<SqlToken> tokens = CutSqlTokens(name);
-  const bool isOneWord =
-      !tokens.empty() && tokens[0].kind == SqlTokenKind::kWord && tokens[0].text == withoutEnd;
-  isOurs = isOneWord || SentencesBy() == SentenceBy::kProgram;
-  if (isOurs) error = NoSuchTable(withoutEnd);
-  return false;
 }
 
 }  // namespace nvadmin::engine

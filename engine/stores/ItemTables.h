@@ -20,15 +20,14 @@
 #include <unordered_map>
 #include <vector>
 
-#include "engine/stores/SqlText.h"
+#include "engine/stores/SentenceStore.h"
 #include "engine/stores/Sqlite.h"
-#include "engine/stores/Store.h"
 
 namespace nvadmin::engine {
 
 class ScanClauses;
 
-class ItemTables : public Store {
+class ItemTables : public SentenceStore {
  public:
   ~ItemTables() override;
 
@@ -83,21 +82,10 @@ class ItemTables : public Store {
   // that makes SQLite look at the file's schema, not at the one that this connection has seen before. False:
   // there is none.
   virtual bool FindTable(const std::string& key, FoundTable& found) = 0;
-  // The two SQL statements about whole files. `candidate` is a name as the sentence holds it; `isThere` tells
-  // whether it is a file's.
-  virtual bool MakeTable(const NewTable& table, std::string& error) = 0;
-  virtual bool DropIfThere(std::string_view candidate, bool& isThere, std::string& error) = 0;
-  // Any other statement that isn't refused on every store. As RunSql, but that it needn't clear the grid.
-  virtual bool RunOtherSql(std::string_view statement, const std::vector<SqlToken>& tokens, ResultGrid& grid,
-                           bool& isQuery, std::string& message, std::string& error) = 0;
-
   // True when the schema isn't the one that descriptions and statements belong to; they are then forgotten.
   bool SchemaChanged();
   void ForgetTables();
-  // Why a name opens no table.
-  virtual std::string NoSuchTable(std::string_view name);
-  // Whether a new file can have that name.
-  static bool IsFileName(std::string_view name, std::string& error);
+  std::string NoSuchTable(std::string_view name) override;
 
   // Holds one state of the database for several reads, unless a transaction holds it already.
   class ReadTransaction;
@@ -106,7 +94,6 @@ class ItemTables : public Store {
   Database& Connection() { return database_; }
   const Database& Connection() const { return database_; }
 
-  static constexpr std::string_view kNoStatement = "there is no SQL statement";
   std::string refusal_;  // what the connection's authorizer refused of the statement under way
 
  private:
@@ -138,10 +125,6 @@ class ItemTables : public Store {
                      std::string_view id, std::string& error);
   bool IsWritable(const OpenedTable& opened, std::string& error) const;
   bool StepChange(Statement& statement, const OpenedTable& opened, std::string_view id, std::string& error);
-
-  bool RunSentence(std::string_view statement, const std::vector<SqlToken>& tokens, ResultGrid& grid,
-                   bool& isQuery, std::string& message, std::string& error);
-  bool DropBareName(std::string_view name, bool& isOurs, std::string& message, std::string& error);
 
   std::string account_;
   Kind kind_;
@@ -175,8 +158,5 @@ class ItemTables::ReadTransaction {
   ItemTables& store_;
   bool isOurs_;
 };
-
-// "x is built in and can't be changed".
-std::string BuiltInRefusal(std::string_view name);
 
 }  // namespace nvadmin::engine

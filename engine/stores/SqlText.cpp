@@ -117,11 +117,6 @@ bool IsName(const SqlToken& token) {
   return token.kind == SqlTokenKind::kWord || token.kind == SqlTokenKind::kQuotedName;
 }
 
-bool IsOneQuotedName(std::string_view name) {
-  const std::vector<SqlToken> tokens = CutSqlTokens(name);
-  return tokens.size() == 1 && tokens[0].kind == SqlTokenKind::kQuotedName;
-}
-
 }  // namespace
 
 // ---- Tokens
@@ -156,6 +151,15 @@ std::vector<SqlToken> CutSqlTokens(std::string_view statement) {
     tokens.push_back({kind, statement.substr(start, end - start), start});
     at = end;
   }
+}
+
+std::string UnquotedName(const SqlToken& token) {
+  if (token.kind != SqlTokenKind::kQuotedName) return std::string(token.text);
+  std::string name(token.text.substr(1, token.text.size() - 2));
+  const char quote = token.text.back();
+  for (std::size_t at = 0; quote != ']' && (at = name.find(quote, at)) != std::string::npos; ++at)
+    name.erase(at, 1);
+  return name;
 }
 
 bool IsSqlWord(const SqlToken& token, std::string_view word) {
@@ -522,7 +526,8 @@ bool ReadCreateTable(std::string_view statement, SentenceBy by, NewTable& table)
     if (isUsers && FoldTableName(read.name).starts_with(kCondition)) return false;
     bool isNameRepeated = false;
     if (!ReadColumns(statement.substr(keyColumn + kKeyColumn.size()), read, isNameRepeated)) continue;
-    if (isUsers && IsOneQuotedName(read.name) && !isNameRepeated) return false;
+    const std::vector<SqlToken> tokens = CutSqlTokens(read.name);
+    if (isUsers && tokens.size() == 1 && !isNameRepeated) read.name = UnquotedName(tokens[0]);
     table = std::move(read);
     return true;
   }

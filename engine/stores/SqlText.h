@@ -34,6 +34,9 @@ struct SqlToken {
 // Blanks and comments are no tokens. The tokens point into `statement`.
 std::vector<SqlToken> CutSqlTokens(std::string_view statement);
 
+// A name without its quotes.
+std::string UnquotedName(const SqlToken& token);
+
 // True for a token that is this word, given in capitals, in any letter case.
 bool IsSqlWord(const SqlToken& token, std::string_view word);
 
@@ -85,8 +88,8 @@ struct NewTable {
 
 // Reads the CREATE TABLE sentence of a file, in the dialect of any datastore word. Its name is bare, may
 // hold any character, and may be missing: it is all that stands between "CREATE TABLE " and " (A0 VARCHAR(".
-// False for any other statement, also one that just begins so; and, of a user's, for IF NOT EXISTS and for a
-// name that is quoted as a whole, unless the key's constraint repeats it, quotes and all.
+// A user's name that is quoted as a whole loses its quotes, unless the key's constraint repeats it, quotes and
+// all. False for any other statement, also one that just begins so; and for a user's IF NOT EXISTS.
 bool ReadCreateTable(std::string_view statement, SentenceBy by, NewTable& table);
 
 // The name in "DROP TABLE name", all that stands behind the two words; false for any other statement, and for

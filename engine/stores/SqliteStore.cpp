@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "engine/CodePage.h"
+#include "engine/stores/Declaration.h"
 #include "engine/stores/StoredText.h"
 #include "engine/stores/TableNames.h"
 
@@ -17,7 +18,6 @@ namespace {
 constexpr std::int64_t kApplicationId = 0x4E764164;  // "NvAd", in the file's head
 constexpr std::int32_t kMostColumns = 1999;          // SQLite's limit of 2000, without A0
 constexpr std::size_t kLongestItem = 300'000'000;    // in UTF-8 still below SQLite's limit of a row
-constexpr std::string_view kItemColumn = "item";
 
 // The datastore words whose dialect has SELECT TOP n.
 constexpr std::string_view kTopDialects[] = {"JET", "MSSQL"};
@@ -33,50 +33,6 @@ std::int64_t LimitOfType(std::string_view type) {
   const auto [end, fault] = std::from_chars(digits.data(), digits.data() + digits.size(), limit);
   return fault == std::errc() ? std::max<std::int64_t>(limit, 0) : 0;
 }
-
-// The number of a column "a12", 0 for another name.
-std::int32_t AttributeOfColumn(std::string_view folded) {
-  if (folded.size() < 2 || folded[0] != 'a' || folded[1] == '0') return 0;
-  std::int32_t number = 0;
-  const auto [end, fault] = std::from_chars(folded.data() + 1, folded.data() + folded.size(), number);
-  return fault == std::errc() && end == folded.data() + folded.size() ? number : 0;
-}
-
-// What a table's declaration says of the columns of a file.
-struct Declaration {
-  std::vector<std::int64_t> limits;  // of A0, A1 ... An; -1 where there is no such column
-  std::int64_t itemLimit = -1;
-  std::int32_t keyColumns = 0;
-  bool hasKey = false;   // A0 is one of them
-  std::string computed;  // a column of the file that can't be written
-
-  void Take(const std::string& folded, std::int64_t limit, bool isInKey, bool isComputed) {
-    const bool isKey = folded == "a0";
-    const std::int32_t attribute = AttributeOfColumn(folded);
-    keyColumns += isInKey ? 1 : 0;
-    hasKey = hasKey || (isKey && isInKey);
-    if (folded == kItemColumn) {
-      itemLimit = limit;
-    } else if (isKey || (attribute > 0 && attribute <= kMostColumns)) {
-      const auto column = static_cast<std::size_t>(attribute);
-      limits.resize(std::max(limits.size(), column + 1), -1);
-      limits[column] = limit;
-    } else {
-      return;
-    }
-    if (isComputed) computed = folded;
-  }
-
-  // Why the table is no file; empty when it is one.
-  std::string FindLack() const {
-    const auto gap = std::find(limits.begin(), limits.end(), -1);
-    if (!hasKey || keyColumns != 1) return "its primary key must be A0 alone";
-    if (gap != limits.end()) return fmt::format("it lacks column A{}", gap - limits.begin());
-    if (itemLimit >= 0 && limits.size() > 1) return "it has both ITEM and A1";
-    if (itemLimit < 0 && limits.size() < 2) return "it has neither ITEM nor A1";
-    return computed.empty() ? "" : fmt::format("its column {} is computed", computed);
-  }
-};
 
 }  // namespace
 
@@ -139,7 +95,7 @@ void SqliteStore::DescribeColumns(std::string_view spelling, FoundTable& found) 
   TableDescription& table = found.description;
   table.name.clear();
   AppendFromStoredUtf8(table.name, spelling);
-  Declaration declaration;
+  Declaration declaration(kMostColumns);
   const ResetAtEnd reset(listColumns_);
   listColumns_.BindText(1, spelling);
   while (listColumns_.Step()) {
@@ -148,16 +104,10 @@ void SqliteStore::DescribeColumns(std::string_view spelling, FoundTable& found) 
   }
   const std::string lack = declaration.FindLack();
   if (!lack.empty()) {
-    found.fault = fmt::format(
-        "table {} can't be used as a file: {}; a file has the columns A0 (primary key) and A1, A2 ..., or A0 "
-        "and ITEM",
-        table.name, lack);
+    found.fault = UnusableAsFile(table.name, lack);
     return;
   }
-  const bool isItem = declaration.itemLimit >= 0;
-  table.layout = isItem ? Layout::kItem : Layout::kColumns;
-  table.limits = std::move(declaration.limits);
-  if (isItem) table.limits.push_back(declaration.itemLimit);
+  declaration.Describe(table);
   found.sqlName = "main." + QuoteSqlName(spelling);
 }
 

@@ -112,12 +112,7 @@ bool SqliteStore::RunOtherSql(std::string_view statement, const std::vector<SqlT
   }
   const Statement prepared(raw);
   if (code != SQLITE_OK) return SqlFailed(code, rewritten, utf8, error);
-  for (const SqlToken& token : CutSqlTokens(tail)) {
-    if (token.text == ";") continue;
-    error =
-        fmt::format("a sentence is one SQL statement; a second one begins with {}", ForeignText(token.text));
-    return false;
-  }
+  if (HasSecondStatement(tail, error)) return false;
   if (!prepared) {
     error = kNoStatement;
     return false;

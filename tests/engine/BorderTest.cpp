@@ -10,7 +10,7 @@
 namespace nvadmin::engine {
 namespace {
 
-class Border : public testing::TestWithParam<std::string_view>, public TwoSessions {
+class Border : public InAccount, public TwoSessions {
  public:
   Border() : TwoSessions(GetParam()) {
     Do("CREATE-FILE CUSTOMERS 4");

@@ -10,9 +10,9 @@
 namespace nvadmin::engine {
 namespace {
 
-class Commit : public testing::Test, public TwoSessions {
+class Commit : public InAccount, public TwoSessions {
  public:
-  Commit() : TwoSessions("JETS") {
+  Commit() : TwoSessions(GetParam()) {
     Do("CREATE-FILE CUSTOMERS 4");
     customers = Open(anna, "CUSTOMERS");
   }
@@ -27,7 +27,7 @@ class Commit : public testing::Test, public TwoSessions {
   std::string customers, line;
 };
 
-TEST_F(Commit, ComesBeforeWhateverLeaves) {
+TEST_P(Commit, ComesBeforeWhateverLeaves) {
   ASSERT_TRUE(anna.WriteItem("a", customers, "1"));
   EXPECT_EQ(SeenByBen("CUSTOMERS", "1"), "(none)") << "the write shares a transaction";
   EXPECT_EQ(SeenWith([&] { anna.WriteOutput("text", false); }), "a");
@@ -41,7 +41,7 @@ TEST_F(Commit, ComesBeforeWhateverLeaves) {
   EXPECT_EQ(SeenByBen("CUSTOMERS", "1"), "d");
 }
 
-TEST_F(Commit, LeavesNothingOpenAcrossAWait) {
+TEST_P(Commit, LeavesNothingOpenAcrossAWait) {
   ASSERT_FALSE(anna.ReadItemLocked(line, customers, "1"));
   bool wrote = false;
   annasPort.beforeLine = [&] { wrote = ben.WriteItem("x", Open(ben, "CUSTOMERS"), "2"); };
@@ -49,7 +49,7 @@ TEST_F(Commit, LeavesNothingOpenAcrossAWait) {
   EXPECT_TRUE(wrote) << ben.GetErrorDetail();
 }
 
-TEST_F(Commit, WaitsBehindAProgressLineForAWhile) {
+TEST_P(Commit, WaitsBehindAProgressLineForAWhile) {
   const auto showProgress = [&] { anna.WriteOutput("20 / 100<AUTORX>", true); };
   const auto takeAnswer = [&] { anna.ReadInput(line, -1, true, -1.0F); };
   ASSERT_TRUE(anna.WriteItem("a", customers, "1"));
@@ -77,13 +77,19 @@ TEST_F(Commit, WaitsBehindAProgressLineForAWhile) {
   EXPECT_EQ(SeenWith(showProgress), "e") << "10,000 items";
 }
 
-[[noreturn]] void WriteUntilKilled(const TestFolder& folder, int pipe) {
+class CommitOfAKilledProgram : public InAccount {};
+
+const auto kStores = testing::Values("JETS", kNative, kOnServer);
+INSTANTIATE_TEST_SUITE_P(Stores, Commit, kStores);
+INSTANTIATE_TEST_SUITE_P(Stores, CommitOfAKilledProgram, kStores);
+
+[[noreturn]] void WriteUntilKilled(const TestFolder& folder, std::string_view account, int pipe) {
   Home home(folder.home);
   ScriptedPort port;
   port.beforeText = [pipe] {
     if (write(pipe, ".", 1) < 0) _exit(1);
   };
-  EngineSession session(home, port, {"JETS", "child", "a desk"});
+  EngineSession session(home, port, {std::string(account), "child", "a desk"});
   std::string file;
   session.OpenFile("CUSTOMERS", file);
   for (int number = 1;; ++number) {
@@ -93,18 +99,19 @@ TEST_F(Commit, WaitsBehindAProgressLineForAWhile) {
   }
 }
 
-TEST(CommitOfAKilledProgram, HoldsWhatWasShown) {
-  TestFolder folder;
+TEST_P(CommitOfAKilledProgram, HoldsWhatWasShown) {
+  const TestFolder folder(GetParam());
+  const SessionSettings anna = {std::string(GetParam()), "anna", "a desk"};
   ScriptedPort port;
   {
     Home home(folder.home);
-    EngineSession session(home, port, {"JETS", "anna", "a desk"});
+    EngineSession session(home, port, anna);
     ASSERT_NE(Type(session, "CREATE-FILE CUSTOMERS 4"), "ERROR");
   }
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   const pid_t child = fork();
-  if (child == 0) WriteUntilKilled(folder, ends[1]);
+  if (child == 0) WriteUntilKilled(folder, GetParam(), ends[1]);
   close(ends[1]);
   int shown = 0;
   for (char letter = 0; read(ends[0], &letter, 1) == 1;) {
@@ -117,7 +124,7 @@ TEST(CommitOfAKilledProgram, HoldsWhatWasShown) {
   ASSERT_GE(shown, 25);
 
   Home home(folder.home);
-  EngineSession session(home, port, {"JETS", "anna", "a desk"});
+  EngineSession session(home, port, anna);
   std::string file, item;
   ASSERT_EQ(session.OpenFile("CUSTOMERS", file), kTrue);
   for (int number = 1; number <= shown; ++number) {

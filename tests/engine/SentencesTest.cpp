@@ -24,7 +24,7 @@ std::string Readable(std::string text) {
   return text;
 }
 
-class Sentences : public testing::TestWithParam<std::string_view>, public TwoSessions {
+class Sentences : public InAccount, public TwoSessions {
  public:
   Sentences() : TwoSessions(GetParam()) {}
 
@@ -342,7 +342,7 @@ TEST_F(Walk, ReadsAheadUntilSomethingMayHaveChanged) {
   const std::string other = Open(anna, "OTHER");
   std::string line;
   const std::function<void()> drops[] = {
-      [&] { anna.ReadInput(line, -1, true, -1.0F); },
+      [&] { annasPort.input = {"x"}, anna.ReadInput(line, -1, true, -1.0F); },
       [&] { anna.ExecuteSentence("WHO"); },
       [&] { anna.WriteItem("y", file, "1"), anna.WriteOutput("", true); },
       [&] { anna.DeleteItem(file, "no such item"), anna.WriteOutput("", true); },
@@ -354,7 +354,8 @@ TEST_F(Walk, ReadsAheadUntilSomethingMayHaveChanged) {
     BenChanges(row + 2);
     BenChanges(row + 3);
     EXPECT_FALSE(anna.ReadItem(line, other, "120"));
-    EXPECT_TRUE(Item(row + 2).ends_with("=old")) << "was read ahead";
+    anna.ReadInput(line, -1, true, -1.0F);
+    EXPECT_TRUE(Item(row + 2).ends_with("=old")) << "was read ahead; the end of input is no wait";
     EXPECT_TRUE(anna.ReadItemLocked(line, file, anna.GetResultCell(0, row + 2)));
     EXPECT_EQ(line, "new") << "a locked read is never served from what was read ahead";
     anna.WriteOutput("", true);

@@ -71,7 +71,7 @@ TEST(TranslationMemory, BeginsAnewAtItsLimits) {
 }
 
 // The conversions of this thread read through ben's session, which was made last; anna changes the target.
-class Translation : public testing::TestWithParam<std::string_view>, public TwoSessions {
+class Translation : public InAccount, public TwoSessions {
  public:
   Translation() : TwoSessions(GetParam()) {
     Do("CREATE-FILE TOWNS 4");
@@ -85,7 +85,7 @@ class Translation : public testing::TestWithParam<std::string_view>, public TwoS
   std::string towns;
 };
 
-INSTANTIATE_TEST_SUITE_P(Stores, Translation, testing::Values("MY", "NAT"));
+INSTANTIATE_TEST_SUITE_P(Stores, Translation, testing::Values("MY", "NAT", "SRV"));
 
 TEST_P(Translation, SeesForeignChangesBehindAWait) {
   std::string item;

@@ -7,6 +7,7 @@
 #include <deque>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,17 +15,28 @@
 #include "engine/EngineSession.h"
 #include "engine/Home.h"
 #include "engine/Port.h"
+#include "tests/support/MariaServer.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace nvadmin::engine {
 
-inline constexpr std::string_view kAccounts[][2] = {
-    {"JETS", "JET"}, {"MS", "MSSQL"}, {"MY", "MYSQL"}, {"ORA", "ORACLE"}, {"NAT", "MVNAT"}};
+// The last lies on a server.
+inline constexpr std::string_view kAccounts[][2] = {{"JETS", "JET"},   {"MS", "MSSQL"},  {"MY", "MYSQL"},
+                                                    {"ORA", "ORACLE"}, {"NAT", "MVNAT"}, {"SRV", "MYSQL"}};
 
 // The accounts by kind, as the parameters of tests.
-inline const auto kRelational = testing::Values("JETS", "MS", "MY", "ORA");
-inline const auto kEveryAccount = testing::Values("JETS", "MS", "MY", "ORA", "NAT");
+inline const auto kRelational = testing::Values("JETS", "MS", "MY", "ORA", "SRV");
+inline const auto kEveryAccount = testing::Values("JETS", "MS", "MY", "ORA", "NAT", "SRV");
 inline constexpr std::string_view kNative = "NAT";
+inline constexpr std::string_view kOnServer = "SRV";
+
+// A test that runs in an account; on a server it is skipped where there is none.
+class InAccount : public testing::TestWithParam<std::string_view> {
+ protected:
+  void SetUp() override {
+    if (GetParam() == kOnServer && !MariaDatabase::IsThere()) GTEST_SKIP() << MariaDatabase::kSkipped;
+  }
+};
 
 class ScriptedPort final : public Port {
  public:
@@ -52,19 +64,22 @@ class ScriptedPort final : public Port {
   std::string CursorString(std::int32_t, std::int32_t) override { return ""; }
 };
 
-// A home in a folder that is removed with it.
+// A home in a folder that is removed with it, and a database on the server if the account used lies there.
 struct TestFolder {
-  TestFolder() {
+  explicit TestFolder(std::string_view used = {}) {
+    if (used == kOnServer && MariaDatabase::IsThere()) server = std::make_unique<MariaDatabase>();
     Home::Make(home);
     Home made(home);
     std::string error;
     for (const auto& [account, word] : kAccounts) {
-      EXPECT_TRUE(made.AddAccount({std::string(account), std::string(word), ""}, error)) << error;
+      const std::string address = account == kOnServer && server != nullptr ? server->Address() : "";
+      EXPECT_TRUE(made.AddAccount({std::string(account), std::string(word), address}, error)) << error;
     }
   }
 
   TemporaryFolder folder;
   const std::filesystem::path home = folder / "home";
+  std::unique_ptr<MariaDatabase> server;
 };
 
 // Runs a sentence as if it was typed.
@@ -79,7 +94,8 @@ inline std::string Type(EngineSession& session, std::string_view sentence) {
 class TwoSessions {
  public:
   explicit TwoSessions(std::string_view account)
-      : anna(home, annasPort, {std::string(account), "anna", "desk 1"}),
+      : folder(account),
+        anna(home, annasPort, {std::string(account), "anna", "desk 1"}),
         ben(home, bensPort, {std::string(account), "ben", "desk 2"}) {}
 
   std::string Open(EngineSession& session, std::string_view name) {

@@ -6,10 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "engine/Home.h"
 #include "engine/query/RunQuery.h"
+#include "engine/stores/OpenStore.h"
 #include "engine/stores/SqliteStore.h"
 #include "tests/query/MemoryStore.h"
 #include "tests/query/Random.h"
+#include "tests/support/MariaServer.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace nvadmin::engine {
@@ -94,10 +97,13 @@ class PushDownTest : public testing::Test {
     ASSERT_TRUE(store_.RunSql(statement, grid, isQuery, message, error)) << statement << "\n" << error;
   }
   void Put(const std::string& file, const std::string& id, const std::string& item) {
+    PutInto(store_, file, id, item);
+  }
+  static void PutInto(Store& store, const std::string& file, const std::string& id, const std::string& item) {
     TableHandle table = 0;
     std::string error;
-    ASSERT_TRUE(store_.OpenTable(file, table, error)) << error;
-    ASSERT_TRUE(store_.Write(table, id, WithMarks(item), error)) << error;
+    ASSERT_TRUE(store.OpenTable(file, table, error)) << error;
+    ASSERT_TRUE(store.Write(table, id, WithMarks(item), error)) << error;
   }
 
   TemporaryFolder folder_;
@@ -117,6 +123,7 @@ const std::vector<std::string> kNumbers = Cut(
     "0|-0|007|7|7.50|7.5|.5|0.50|-1.5|+7|5.|1e1|100|100.00|12345678901234567890|19000|7.5000|1.0| 7|-0.5|" +
     std::string(400, '9') + "|-" + std::string(400, '9'));
 const std::vector<std::string> kFiles = Cut("COLS|COLS|HAND|HAND|WHOLE");
+const std::vector<std::string> kFilesOnServer = Cut("COLS|COLS|WHOLE");
 const std::vector<std::string> kLeads = Cut(" BY | BY | BY-DSND | BY-DSND | BY-EXP ");
 const std::vector<std::string> kFields = Cut("NAME|AMOUNT|TAGS|DAY|PRICE|CAPS|BOTH|@ID|A5|A9");
 const std::vector<std::string> kOperators = Cut("=|=|#|<|>|<=|>=|<|>|LIKE|UNLIKE|BETWEEN");
@@ -167,9 +174,9 @@ std::string RandomCriteria(Random& random, int depth) {
   return random.Chance(50) ? "(" + joined + ")" : joined;
 }
 
-std::string RandomSentence(Random& random) {
+std::string RandomSentence(Random& random, const std::vector<std::string>& files) {
   const bool isSample = random.Chance(50);
-  std::string sentence = (random.Chance(50) ? "SELECT " : "SSELECT ") + random.Of(kFiles);
+  std::string sentence = (random.Chance(50) ? "SELECT " : "SSELECT ") + random.Of(files);
   if (!isSample || random.Chance(50)) sentence += " WITH " + RandomCriteria(random, 3);
   for (std::size_t count = random.Below(4); count > 0; --count)
     sentence += random.Of(kLeads) + random.Of(kFields);
@@ -200,12 +207,58 @@ TEST_F(PushDownTest, ChangesNoAnswer) {
       Sql("INSERT OR REPLACE INTO hand VALUES (" + values + ")");
     }
     for (int number = 0; number < kSentencesARound; ++number) {
-      const std::string sentence = RandomSentence(random);
+      const std::string sentence = RandomSentence(random, kFiles);
       ASSERT_EQ(Ask(telling, sentence), Ask(silent, sentence)) << "seed " << seed << ": " << sentence;
     }
   }
   EXPECT_LT(telling.scanned, silent.scanned * 9 / 10) << "the store left nothing out";
   EXPECT_GT(telling.sorted, kRounds * kSentencesARound / 5) << "the store sorted nothing";
+}
+
+// The same items, IDs and dictionaries in a database on a server.
+TEST_F(PushDownTest, AnswersAreTheSameOnAServer) {
+  if (!MariaDatabase::IsThere()) GTEST_SKIP() << MariaDatabase::kSkipped;
+  constexpr unsigned kFirstSeed = 8100;
+  constexpr int kRounds = 6;
+  constexpr int kSentencesARound = 120;
+  const MariaDatabase database;
+  Home::Make(folder_ / "home");
+  const std::unique_ptr<Store> server =
+      OpenStore(Home(folder_ / "home"), {"TEST", "MYSQL", database.Address()});
+  const std::string files[] = {"COLS", "WHOLE"};
+  std::string error;
+  for (const std::string& file : files) {
+    ASSERT_TRUE(server->CreateTable(file, file == "COLS" ? 5 : 0, error)) << error;
+    ASSERT_TRUE(server->CreateTable("DICT " + file, 0, error)) << error;
+    server->BeginWrites();
+    for (const std::string& word : kWords)
+      PutInto(*server, "DICT " + file, word.substr(0, word.find(' ')), word.substr(word.find(' ') + 1));
+    server->Commit();
+  }
+  Between embedded(store_, /*tells=*/true);
+  Between onServer(*server, /*tells=*/true);
+  const std::vector<std::string> idEnds = Cut("|| |  |k|K|\xE4|\xC4|\x80|!|\xFDz|\xFF"),
+                                 idStarts = Cut("k|K||0|-|\xE9");
+  for (unsigned seed = kFirstSeed; seed < kFirstSeed + kRounds; ++seed) {
+    Random random(seed);
+    store_.BeginWrites();
+    server->BeginWrites();
+    for (int count = 0; count < 60; ++count) {
+      const std::string id = random.Of(idStarts) + std::to_string(random.Below(40)) + random.Of(idEnds);
+      const std::string item = RandomItem(random);
+      for (const std::string& file : files) {
+        Put(file, id, item);
+        PutInto(*server, file, id, item);
+      }
+    }
+    store_.Commit();
+    server->Commit();
+    for (int number = 0; number < kSentencesARound; ++number) {
+      std::string sentence = RandomSentence(random, kFilesOnServer);
+      ASSERT_EQ(Ask(onServer, sentence), Ask(embedded, sentence)) << "seed " << seed << ": " << sentence;
+    }
+  }
+  EXPECT_LT(onServer.scanned, embedded.scanned * 2) << "the server left nothing out";
 }
 
 TEST_F(PushDownTest, LeavesTheRestToTheStore) {

@@ -120,7 +120,8 @@ TEST(SqlText, ReadsCreateTableOfEveryDialect) {
       {"CREATE TABLE  (A0 VARCHAR(25) PRIMARY KEY, A1 TEXT)", "|C|25,0,"},
       {"CREATE TABLE \"x\" (A0 VARCHAR(25) CONSTRAINT idx\"x\" PRIMARY KEY, A1 TEXT)", "\"x\"|C|25,0,"},
       // No such sentences.
-      {"CREATE TABLE \"x\" (A0 VARCHAR(25) PRIMARY KEY, A1 TEXT)", ""},
+      {"CREATE TABLE \"x\"\"y\" (A0 VARCHAR(25) PRIMARY KEY, A1 TEXT)", "x\"y|C|25,0,"},
+      {"CREATE TABLE [x] (A0 VARCHAR(25) PRIMARY KEY, A1 TEXT)", "x|C|25,0,"},
       {"CREATE TABLE IF NOT EXISTS x (A0 VARCHAR(25) PRIMARY KEY, A1 TEXT)", ""},
       {"CREATE TABLE x (A0 VARCHAR(25) PRIMARY KEY, A1 TEXT, A3 TEXT)", ""},
       {"CREATE TABLE x (A0 VARCHAR(25) PRIMARY KEY, ITEM TEXT, A1 TEXT)", ""},

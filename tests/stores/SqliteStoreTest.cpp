@@ -212,14 +212,5 @@ TEST_F(SqliteStoreTest, HoldsTheLargestTables) {
   MakeTable(*store_, "wider", 1999);
 }
 
-TEST_F(SqliteStoreTest, AddressesAreRefused) {
-  const Home home(account_.Folder() / "home");
-  EXPECT_EQ(FailureOf([&] {
-              OpenStore(home, {"ACME", "MYSQL", "mariadb://host/db"});
-            }),
-            "account ACME: a store at an address (mariadb://host/db) isn't supported here; add the account "
-            "without one, and it is kept in the home");
-}
-
 }  // namespace
 }  // namespace nvadmin::engine

@@ -18,7 +18,9 @@ class RelationalStoreBody : public StoreBody {};
 const auto kRelational = testing::Values("JET", "MSSQL", "MYSQL", "ORACLE");
 INSTANTIATE_TEST_SUITE_P(Relational, StoreBody, kRelational);
 INSTANTIATE_TEST_SUITE_P(Native, StoreBody, testing::Values(kNative));
+INSTANTIATE_TEST_SUITE_P(Server, StoreBody, testing::Values(kServer));
 INSTANTIATE_TEST_SUITE_P(Relational, RelationalStoreBody, kRelational);
+INSTANTIATE_TEST_SUITE_P(Server, RelationalStoreBody, testing::Values(kServer));
 
 TEST_P(StoreBody, KeepsEveryItemAsItIs) {
   std::string everyByte, manyValues;

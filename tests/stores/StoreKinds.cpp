@@ -8,10 +8,16 @@
 
 namespace nvadmin::engine {
 
-TestAccount::TestAccount(std::string_view datastore) : datastore_(datastore) { Home::Make(folder_ / "home"); }
+TestAccount::TestAccount(std::string_view datastore) : datastore_(datastore) {
+  Home::Make(folder_ / "home");
+  if (datastore != kServer) return;
+  datastore_ = "MYSQL";
+  if (MariaDatabase::IsThere()) server_ = std::make_unique<MariaDatabase>();
+}
 
 std::unique_ptr<Store> TestAccount::Open() const {
-  return OpenStore(Home(folder_ / "home"), {"TEST", datastore_, ""});
+  return OpenStore(Home(folder_ / "home"),
+                   {"TEST", datastore_, server_ != nullptr ? server_->Address() : ""});
 }
 
 std::filesystem::path TestAccount::File() const { return folder_ / "home/accounts/TEST.sqlite"; }

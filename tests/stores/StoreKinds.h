@@ -10,11 +10,14 @@
 #include <string_view>
 
 #include "engine/stores/Store.h"
+#include "tests/support/MariaServer.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace nvadmin::engine {
 
 inline constexpr std::string_view kNative = "MVTEST";
+// Not a word, but what the tests call an account on a server.
+inline constexpr std::string_view kServer = "MariaDB";
 inline const Projection kWholeItem = {{}, true};
 
 // The account TEST in a home of its own. Opening it again is what a second session does, or the next start
@@ -25,21 +28,28 @@ class TestAccount {
   std::unique_ptr<Store> Open() const;
   std::filesystem::path File() const;
   const TemporaryFolder& Folder() const { return folder_; }
+  // On the server, if it is there.
+  const MariaDatabase* Server() const { return server_.get(); }
 
  private:
   TemporaryFolder folder_;
   std::string datastore_;
+  std::unique_ptr<MariaDatabase> server_;
 };
 
-// The fixture of a body that runs over several datastore words.
+// The fixture of a body that runs over several kinds of stores. Without a server those on one are skipped.
 class StoreTest : public testing::TestWithParam<std::string_view> {
  protected:
+  void SetUp() override {
+    if (!CanRun()) GTEST_SKIP() << MariaDatabase::kSkipped;
+  }
+  static bool CanRun() { return GetParam() != kServer || MariaDatabase::IsThere(); }
   bool IsNative() const { return GetParam() == kNative; }
   // How the store spells a file that was made under that name.
   std::string Spelling(std::string_view file) const;
 
   const TestAccount account_{GetParam()};
-  std::unique_ptr<Store> store_ = account_.Open();
+  std::unique_ptr<Store> store_ = CanRun() ? account_.Open() : nullptr;
 };
 
 // A dynamic array as tests write it: "^" attribute mark, "]" value mark.
