@@ -13,7 +13,10 @@ set -euo pipefail
 PATH=$PATH:/usr/sbin
 as_user=()
 # What copies the state from node to node doesn't work as root.
-if ((EUID == 0)); then as_user=(--user=mysql); fi
+if ((EUID == 0)); then
+  server_user=$(id -un mysql 2>/dev/null || echo nobody)
+  as_user=(--user="$server_user")
+fi
 galera=
 for library in /usr/lib/galera/libgalera_smm.so /usr/lib64/galera-4/libgalera_smm.so; do
   if [[ -f $library ]]; then galera=$library; fi
@@ -25,7 +28,6 @@ find_lacking() {
     command -v "$program" >/dev/null || { echo "$program isn't installed"; return 1; }
   done
   [[ -n $galera ]] || { echo "galera-4 isn't installed"; return 1; }
-  ((EUID != 0)) || id mysql >/dev/null 2>&1 || { echo "there is no user mysql to run it as"; return 1; }
 }
 
 # Of each node the first of five ports in a row, below those that the system gives to its clients.
@@ -138,7 +140,7 @@ make() {
     </dev/null >/dev/null 2>&1 &
   # A server that starts removes temporary tables of others from the system's folder.
   mkdir "$folder"/tmp{,1,2,3}
-  if ((EUID == 0)); then chown mysql: "$folder" "$folder"/tmp*; fi
+  if ((EUID == 0)); then chown "$server_user:" "$folder" "$folder"/tmp*; fi
   mariadb-install-db --no-defaults "${as_user[@]}" --auth-root-authentication-method=normal --skip-test-db \
     --datadir="$folder/n1" --tmpdir="$folder/tmp" >"$folder/install.log" 2>&1 ||
     { cat "$folder/install.log" >&2; return 1; }
