@@ -1,7 +1,6 @@
 #include "engine/Locks.h"
 
 #include <fmt/format.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +15,8 @@
 #include <thread>
 #include <tuple>
 #include <utility>
+
+#include "engine/SignalsBlocked.h"
 
 namespace nvadmin::engine {
 
@@ -154,13 +155,8 @@ std::shared_ptr<Locks::Sharing> Locks::Sharing::Of(const fs::path& path) {
 
 Locks::Sharing::Sharing(const fs::path& file) : file_(file) {
   Register();
-  // Signals are for the program's own threads.
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
+  const SignalsBlocked blocked;
   heartbeat_ = std::jthread([this](const std::stop_token& stop) { BeatUntil(stop); });
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 Locks::Sharing::~Sharing() {

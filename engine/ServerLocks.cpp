@@ -1,7 +1,6 @@
 #include "engine/ServerLocks.h"
 
 #include <fmt/format.h>
-#include <signal.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -14,6 +13,8 @@
 #include <stop_token>
 #include <thread>
 #include <tuple>
+
+#include "engine/SignalsBlocked.h"
 
 namespace nvadmin::engine {
 
@@ -118,13 +119,8 @@ class ServerLocks::Program {
       : connection_(WithTimeouts(place.address, kBeatConnectSeconds, kBeatAnswerSeconds), place.password,
                     name) {
     Register(connection_);
-    // Signals are for the program's own threads.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
+    const SignalsBlocked blocked;
     heartbeat_ = std::jthread([this](const std::stop_token& stop) { BeatUntil(stop); });
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
   }
   ~Program() {
     heartbeat_ = {};

@@ -4,7 +4,6 @@
 #include <fmt/format.h>
 #include <mysql.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include <utility>
 
 #include "engine/CodePage.h"
+#include "engine/SignalsBlocked.h"
 
 namespace nvadmin::engine {
 
@@ -521,14 +521,9 @@ MariaConnection::Interruptible::Interruptible(MariaConnection& connection)
   connection.Connect();
   std::uint64_t stale = 0;
   [[maybe_unused]] const ssize_t drained = read(connection.interruptSignal_, &stale, sizeof stale);
-  // Signals are for the program's own threads.
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
+  const SignalsBlocked blocked;
   watch_->thread =
       std::thread([watch = watch_.get(), id = mysql_thread_id(connection.handle_)] { watch->Run(id); });
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 MariaConnection::Interruptible::~Interruptible() {

@@ -1,14 +1,14 @@
 # The program on a server account: a user of the database with a password and the rights that are needed, sentences,
 # locks between two homes, a transfer file, and clients that write while the server is killed.
 source "$(dirname "$0")/common.bash"
+source "$(dirname "$0")/terminal.bash"
 nl=$'\n'
 shared=${NVADMIN_TEST_MARIADB:-}
 [[ -n $shared ]] || { echo "Skipped: no MariaDB server; run the tests through ./test or ctest"; exit 0; }
 script=$(readlink -f "$(dirname "$0")")/../support/mariadb-server.sh
 server=$work/mariadb
-terminal=(tmux -u -S "$work/tmux" -f /dev/null)
 stop_all() {
-  "${terminal[@]}" kill-server 2>/dev/null
+  stop_terminal
   bash "$script" stop "$server"
 }
 at_exit=(stop_all remove_work)
@@ -27,18 +27,7 @@ expect_match "a reader" "$err" "user reader lacks rights on database sales: .*IN
 expect_equal "nothing is made" "$(as_root 'SHOW TABLES IN sales')" ""
 
 # The password typed at a terminal: not shown, not on a command line, kept for this user alone.
-"${terminal[@]}" new-session -d -x 160 -y 24 "PS1='shell> ' bash --norc --noprofile -i"
-typed() { "${terminal[@]}" send-keys -l -- "$1" && "${terminal[@]}" send-keys Enter; }
-see() {
-  local tries shown
-  for ((tries = 0; tries < 200; ++tries)); do
-    shown=$("${terminal[@]}" capture-pane -p)
-    [[ $shown =~ $2 ]] && return
-    sleep 0.05
-  done
-  expect_match "$1" "$shown" "$2"
-}
-see "the shell" 'shell>'
+open_terminal 160
 typed "'$program' --home '$home' account add SALES --datastore MYSQL --store '$address'; echo code \$?"
 see "the question" 'Password of clerk for database sales, empty for none:'
 typed 'a wrong one'
@@ -48,7 +37,7 @@ typed "'$program' --home '$home' account add SALES --datastore MYSQL --store '$a
 see "the question again" 'empty for none:'
 typed 'a secret'
 see "added" 'code 0'
-expect_equal "nothing secret was shown" "$("${terminal[@]}" capture-pane -p -S - | grep -cE 'secret|wrong one')" 0
+expect_equal "nothing secret was shown" "$(count_shown 'secret|wrong one')" 0
 expect_run "the accounts" 0 nvadmin account list
 expect_equal "the accounts" "$out" "SALES                MYSQL  $address"
 

@@ -1,30 +1,11 @@
 # A person at a terminal: tmux is the terminal, so what is compared is what stands on the screen.
 source "$(dirname "$0")/common.bash"
 nl=$'\n'
-export TERM=xterm
-terminal=(tmux -u -S "$work/tmux" -f /dev/null)
+source "$(dirname "$0")/terminal.bash"
 at_exit=(stop_terminal remove_work)
-stop_terminal() { "${terminal[@]}" kill-server 2>/dev/null; }
-
-# The program runs in a shell, so that its end and what it leaves of the terminal show.
-"${terminal[@]}" new-session -d -x 80 -y 24 "PS1='shell> ' bash --norc --noprofile -i"
-keys() { "${terminal[@]}" send-keys "$@"; }
-typed() { "${terminal[@]}" send-keys -l -- "$1" && keys Enter; }
-# The screen without the blank lines at its end.
-screen() { "${terminal[@]}" capture-pane -p | sed -e 's/ *$//' | sed -e ':a' -e '/^\n*$/{$d;N;ba' -e '}'; }
-# see WHAT REGEX: waits until the screen matches.
-see() {
-  local tries shown
-  for ((tries = 0; tries < 200; ++tries)); do
-    shown=$(screen)
-    [[ $shown =~ $2 ]] && return
-    sleep 0.05
-  done
-  expect_match "$1" "$shown" "$2"
-}
 
 nvadmin demo -c ACCOUNT >/dev/null 2>&1 </dev/null
-see "the shell" 'shell>'
+open_terminal 80
 typed "'$program' --home '$home' tcl"
 see "the prompt stands alone on its line" "${nl}:$"
 

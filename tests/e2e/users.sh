@@ -30,21 +30,9 @@ expect_run "the list at the end" 0 nvadmin user list
 expect_equal "the list at the end" "$out" "Anna                 SHOP"
 
 # At a terminal: asked for twice, not shown, and the echo comes back, whatever happens.
-terminal=(tmux -u -S "$work/tmux" -f /dev/null)
+source "$(dirname "$0")/terminal.bash"
 at_exit=(stop_terminal remove_work)
-stop_terminal() { "${terminal[@]}" kill-server 2>/dev/null; }
-"${terminal[@]}" new-session -d -x 120 -y 24 "PS1='shell> ' bash --norc --noprofile -i"
-typed() { "${terminal[@]}" send-keys -l -- "$1" && "${terminal[@]}" send-keys Enter; }
-see() {
-  local tries shown
-  for ((tries = 0; tries < 200; ++tries)); do
-    shown=$("${terminal[@]}" capture-pane -p)
-    [[ $shown =~ $2 ]] && return
-    sleep 0.05
-  done
-  expect_match "$1" "$shown" "$2"
-}
-see "the shell" 'shell>'
+open_terminal 120
 typed "'$program' --home '$home' user passwd anna"
 see "the first question" 'New password of anna, 8 to 1024 characters:'
 typed 'secret one'
@@ -54,7 +42,7 @@ see "two that differ" 'differ'
 typed clear
 typed "'$program' --home '$home' user passwd anna"
 see "the question again" 'New password'
-"${terminal[@]}" send-keys C-c
+keys C-c
 see "Ctrl-C" "${nl}shell>"
 typed 'echo $((6*7)) echoed'
 see "the echo is back" 'echo [^n]*42 echoed'
@@ -64,5 +52,5 @@ typed 'secret one'
 see "the second question once more" 'The same again:'
 typed 'secret one'
 see "a new password" 'code 0'
-expect_equal "nothing secret was shown" "$("${terminal[@]}" capture-pane -p -S - | grep -c secret)" 0
+expect_equal "nothing secret was shown" "$(count_shown secret)" 0
 finish
