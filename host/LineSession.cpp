@@ -22,15 +22,14 @@ bool LooksLikeHttp(std::string_view line) { return line.find(" HTTP/") != std::s
 LineSession::LineSession(LineSessionContext context, std::int64_t number,
                          std::unique_ptr<Connection> connection, std::string host, std::string from)
     : context_(std::move(context)),
-      number_(number),
       host_(std::move(host)),
-      from_(std::move(from)),
-      port_(std::move(connection), context_.limits) {}
+      port_(std::move(connection), context_.limits),
+      prompt_(context_.home, port_, context_.trace, number, std::move(from)) {}
 
 void LineSession::Serve() noexcept {
   std::string failureText;
   try {
-    Log("connected");
+    prompt_.Log("connected");
     LogInAndRun();
   } catch (const PortLost&) {
     // Its reason is the port's.
@@ -40,7 +39,7 @@ void LineSession::Serve() noexcept {
   }
   port_.Close("");
   try {
-    Log(fmt::format("ended: {}", failureText.empty() ? port_.EndReason() : failureText));
+    prompt_.Log(fmt::format("ended: {}", failureText.empty() ? port_.EndReason() : failureText));
   } catch (const std::exception&) {
     // There is no memory for a line of the log.
   }
@@ -51,7 +50,8 @@ void LineSession::LogInAndRun() {
   const auto until = std::chrono::steady_clock::now() + context_.logIn;
   if (!port_.Open(until)) return;
   if (context_.users.IsEmpty()) return port_.Close(kNoUsers);
-  if (std::optional<LoggedIn> user = LogIn(until)) RunSentences(std::move(*user));
+  std::optional<LoggedIn> user = LogIn(until);
+  if (user && !prompt_.Run(std::move(*user))) port_.Close(kAccountUnopened);
 }
 
 std::optional<LoggedIn> LineSession::LogIn(std::chrono::steady_clock::time_point until) {
@@ -83,8 +83,8 @@ std::optional<LoggedIn> LineSession::LogIn(std::chrono::steady_clock::time_point
 // What isn't the name of a user may be a password typed too soon.
 void LineSession::LogRefusal(std::string_view name) const {
   const std::optional<User> user = context_.users.Find(name);
-  LogEventOfMany("refused log-ins", WithNumber(user ? fmt::format("log-in refused: user {}", user->name)
-                                                    : "log-in refused: no such user"));
+  LogEventOfMany("refused log-ins", prompt_.LogLine(user ? fmt::format("log-in refused: user {}", user->name)
+                                                         : "log-in refused: no such user"));
 }
 
 bool LineSession::Ask(std::string_view question, std::string& answer,
@@ -93,45 +93,11 @@ bool LineSession::Ask(std::string_view question, std::string& answer,
   return port_.ReadLogInLine(answer, kLogInLineBytes, until) == engine::InputResult::kLine;
 }
 
-void LineSession::RunSentences(LoggedIn user) {
-  Log(fmt::format("logged in: user {}, account {}", user.user, user.account));
-  TclSettings settings;
-  settings.account = user.account;
-  settings.user = user.user;
-  settings.from = from_;
-  settings.mayEnter = std::move(user.mayEnter);
-  settings.onRefusedWrite = [this](const engine::RefusedWrite& write) {
-    Log(fmt::format("refused write: {}", write.Text()));
-  };
-  settings.onLoad = [this](std::string_view line) { Log(line); };
-  settings.onFailure = [this](std::string_view failure) { Log(fmt::format("failure: {}", failure)); };
-  settings.prompts = true;
-  settings.trace = context_.trace;
-  TclSession session(context_.home, port_, std::move(settings));
-  {
-    const std::lock_guard lock(runningMutex_);
-    running_ = &session;
-  }
-  const ExitCode exitCode = session.Run();
-  {
-    const std::lock_guard lock(runningMutex_);
-    running_ = nullptr;
-  }
-  if (exitCode == ExitCode::kNoEntry) port_.Close("The account can't be opened; the server's log tells why.");
-}
-
 void LineSession::EndSoon() noexcept { port_.EndSoon(); }
 
 void LineSession::EndNow() noexcept {
   port_.HangUp();
-  const std::lock_guard lock(runningMutex_);
-  if (running_ != nullptr) running_->Interrupt();
-}
-
-void LineSession::Log(std::string_view event) const { LogEvent(WithNumber(event)); }
-
-std::string LineSession::WithNumber(std::string_view event) const {
-  return fmt::format("session {} from {}: {}", number_, from_, event);
+  prompt_.Interrupt();
 }
 
 }  // namespace nvadmin::host

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,8 +12,8 @@
 #include "engine/Home.h"
 #include "host/LinePort.h"
 #include "host/LogInDesk.h"
+#include "host/ServedPrompt.h"
 #include "host/ServerSessions.h"
-#include "host/TclSession.h"
 #include "host/Users.h"
 
 namespace nvadmin::host {
@@ -45,18 +44,11 @@ class LineSession final : public ServedSession {
   std::optional<LoggedIn> LogIn(std::chrono::steady_clock::time_point until);
   bool Ask(std::string_view question, std::string& answer, std::chrono::steady_clock::time_point until);
   void LogRefusal(std::string_view name) const;
-  void RunSentences(LoggedIn user);
-  void Log(std::string_view event) const;
-  std::string WithNumber(std::string_view event) const;
 
   LineSessionContext context_;
-  std::int64_t number_;
   std::string host_;
-  std::string from_;
   LinePort port_;
-
-  std::mutex runningMutex_;
-  TclSession* running_ = nullptr;
+  ServedPrompt prompt_;
 };
 
 }  // namespace nvadmin::host

@@ -37,13 +37,12 @@ std::optional<std::uint64_t> TakeNumber(std::string_view& text) {
 WebSession::WebSession(WebSessionContext context, std::int64_t number, WebLogIn logIn, std::string from,
                        std::string token, std::function<void(const WebSession&)> onEnd)
     : context_(std::move(context)),
-      number_(number),
       logIn_(std::move(logIn)),
-      from_(std::move(from)),
       token_(std::move(token)),
       onEnd_(std::move(onEnd)),
       logInNumber_(logIn_.number),
-      port_(token_, logIn_.account, context_.limits) {}
+      port_(token_, logIn_.account, context_.limits),
+      prompt_(context_.home, port_, context_.trace, number, std::move(from)) {}
 
 void WebSession::Serve() noexcept {
   try {
@@ -54,7 +53,7 @@ void WebSession::Serve() noexcept {
   }
   try {
     const std::string reason = port_.EndReason();
-    Log(fmt::format("ended: {}", reason == kOff ? "the user ended it" : reason));
+    prompt_.Log(fmt::format("ended: {}", reason == kOff ? "the user ended it" : reason));
   } catch (const std::exception&) {
     // There is no memory for a line of the log.
   }
@@ -66,39 +65,13 @@ void WebSession::RunSentences() {
   const std::optional<nvadmin::host::User> user = context_.users.Find(logIn_.user);
   if (!user || user->passwordHash != logIn_.passwordHash || !user->MayEnter(logIn_.account))
     return port_.Close("Your password or your accounts have changed: log out, then log in again.");
-  Log(fmt::format("logged in: user {}, account {}", logIn_.user, logIn_.account));
-  TclSettings settings;
-  settings.account = logIn_.account;
-  settings.user = logIn_.user;
-  settings.from = from_;
-  settings.mayEnter = [user = *user](std::string_view account) { return user.MayEnter(account); };
-  settings.onRefusedWrite = [this](const engine::RefusedWrite& write) {
-    Log(fmt::format("refused write: account {}, file {}, item '{}': {}", write.account, write.table, write.id,
-                    write.reason));
-  };
-  settings.onLoad = [this](std::string_view line) { Log(line); };
-  settings.onFailure = [this](std::string_view failure) { Log(fmt::format("failure: {}", failure)); };
-  settings.prompts = true;
-  settings.trace = context_.trace;
-  TclSession session(context_.home, port_, std::move(settings));
-  {
-    const std::lock_guard lock(runningMutex_);
-    running_ = &session;
-  }
-  const ExitCode exitCode = session.Run();
-  {
-    const std::lock_guard lock(runningMutex_);
-    running_ = nullptr;
-  }
-  if (exitCode == ExitCode::kNoEntry) port_.Close("The account can't be opened; the server's log tells why.");
+  const auto mayEnter = [user = *user](std::string_view account) { return user.MayEnter(account); };
+  if (!prompt_.Run({logIn_.user, logIn_.account, mayEnter})) port_.Close(kAccountUnopened);
 }
 
 WebSession::Verdict WebSession::Take(std::string_view message) {
   if (message.size() == 1 && message.front() == kInterrupt) {
-    port_.Interrupt([this] {
-      const std::lock_guard lock(runningMutex_);
-      if (running_ != nullptr) running_->Interrupt();
-    });
+    port_.Interrupt([this] { prompt_.Interrupt(); });
     return Verdict::kFine;
   }
   if (!message.starts_with(kLine)) return Verdict::kBroken;
@@ -120,17 +93,12 @@ WebSession::Verdict WebSession::Take(std::string_view message) {
 
 void WebSession::End(std::string_view reason) noexcept {
   port_.Lose(reason);
-  const std::lock_guard lock(runningMutex_);
-  if (running_ != nullptr) running_->Interrupt();
+  prompt_.Interrupt();
 }
 
 void WebSession::Resume(const WebLogIn& logIn, std::string_view from) {
   logInNumber_ = logIn.number;
-  Log(fmt::format("resumed from {}", from));
-}
-
-void WebSession::Log(std::string_view event) const {
-  LogEvent(fmt::format("session {} from {}: {}", number_, from_, event));
+  prompt_.Log(fmt::format("resumed from {}", from));
 }
 
 // --- All of them ---

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "engine/Home.h"
+#include "host/ServedPrompt.h"
 #include "host/ServerSessions.h"
-#include "host/TclSession.h"
 #include "host/Users.h"
 #include "host/WebLogIns.h"
 #include "host/WebPort.h"
@@ -61,19 +61,14 @@ class WebSession final : public ServedSession {
 
  private:
   void RunSentences();
-  void Log(std::string_view event) const;
 
   WebSessionContext context_;
-  std::int64_t number_;
   WebLogIn logIn_;
-  std::string from_;
   std::string token_;
   std::function<void(const WebSession&)> onEnd_;
   std::atomic<std::int64_t> logInNumber_;
   WebPort port_;
-
-  std::mutex runningMutex_;
-  TclSession* running_ = nullptr;
+  ServedPrompt prompt_;
 };
 
 class WebSessions {
