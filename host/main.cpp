@@ -66,7 +66,10 @@ void AddAccountCommands(CLI::App& app, Given& given) {
   CLI::Option* store = add->add_option("--store", given.newAccount.store,
                                        "Keep its files in a MariaDB database: "
                                        "mariadb://USER@HOST:PORT,HOST2:PORT/DATABASE?OPTION=VALUE")
-                           ->type_name("ADDRESS");
+                           ->type_name("ADDRESS")
+                           ->check([](const std::string& address) {
+                             return std::string(address.empty() ? "the address is empty" : "");
+                           });
   add->add_flag("--check", given.newAccount.checkOnly, "Tell of the database, and add nothing")->needs(store);
   add->footer(
       "The password of the database is the first line of the file that the address names "

@@ -13,6 +13,7 @@ expect_equal "version" "$("$program" --version)" \
 for words in "" "fly" "tcl --color" "tcl -c" "account" "account add" "account add X" "account remove"; do
   expect_run "usage: '$words'" 2 nvadmin $words
 done
+expect_run "usage: an empty address" 2 nvadmin account add X --datastore MYSQL --store ""
 [[ ! -e $home ]] || expect_equal "help and usage leave no home behind" "$(ls "$home")" ""
 
 # No home, no account, one account, several.
