@@ -1,8 +1,8 @@
 // What may go to the terminal, and what may come from it. Pure.
 //
-// Only CR LF and the session's own cursor strings act on the screen. Every other control character shows as its picture, the unassigned
-// characters of the code page (which a terminal would take for control strings) as U+FFFD, and the marks as ^
-// ] \.
+// Only CR LF and the session's own cursor strings act on the screen. Every other control character shows as its
+// picture, the unassigned characters of the code page (which a terminal would take for control strings) as
+// U+FFFD, and the marks as ^ ] \.
 
 const kMarks = { "\u00FE": "^", "\u00FD": "]", "\u00FC": "\\" };
 const kUnassigned = "\u0081\u008D\u008F\u0090\u009D";
@@ -30,8 +30,24 @@ export class CursorStrings {
     this.#pattern = new RegExp(`\u001B${word}:(-?\\d{1,9});(-?\\d{1,9});`, "g");
   }
 
+  begins(text) {
+    return text.search(this.#pattern) === 0;
+  }
+
   without(text) {
     return text.replace(this.#pattern, "");
+  }
+
+  // The row, from 0, that a cursor string puts the open line on at the end of the text; -1 where none does. `before`:
+  // the same before the text.
+  rowAtEnd(text, before) {
+    let row = before;
+    let from = 0;
+    for (const found of text.matchAll(this.#pattern)) {
+      row = Number(found[1]) < 0 ? -1 : Number(found[2]);
+      from = found.index + found[0].length;
+    }
+    return text.includes("\r\n", from) ? -1 : row;
   }
 
   // What to write to the screen for the text.

@@ -2,9 +2,8 @@
 //
 // Nothing but this module and the session's cursor strings writes control sequences to the screen, since text
 // goes through safeScreenText; so no text can ask the screen to report, and what it might report is not taken
-// for typing. The line being
-// typed stands behind the session's open line. Text that comes in meanwhile takes its place, and the line is
-// drawn again behind it.
+// for typing. The line being typed stands behind the session's open line. Text that comes in meanwhile takes
+// its place, and the line is drawn again behind it.
 
 import { FitAddon } from "./addon-fit.mjs";
 import { LineEditor, kEditorKeys } from "./lineeditor.js";
@@ -39,7 +38,8 @@ export class Terminal {
   #startColumn = 0; // where the typed line begins
   #drawnCursor = 0; // as on screen
   #openLine = ""; // the end of the session's text, while no line was taken behind it
-  #isInterrupted = false; // the screen's last line ends in an interrupt
+  #placedRow = -1; // that a cursor string put the open line on
+  #isBreakDue = false; // what is shown next begins a line, unless it has a place of its own
   #pending = 0; // writes that the screen has not finished
   #isDrawn = false;
 
@@ -82,12 +82,12 @@ export class Terminal {
   }
 
   show(text) {
-    const lineEnd = this.#isInterrupted && !text.startsWith("\r\n") ? "\r\n" : "";
-    this.#isInterrupted = false;
+    const lineBreak = this.#lineBreakBefore(text);
     const lineStart = text.lastIndexOf("\n") + 1;
     const openLine = (lineStart > 0 ? "" : this.#openLine) + text.slice(lineStart);
     this.#openLine = this.#cursorStrings.without(openLine).slice(-kOpenLineLength);
-    this.#write(this.#erasure() + lineEnd + this.#cursorStrings.obeyed(text));
+    this.#placedRow = this.#cursorStrings.rowAtEnd(text, this.#placedRow);
+    this.#write(this.#erasure() + lineBreak + this.#cursorStrings.obeyed(text));
   }
 
   // A line of the page's own, set off from the session's text; a prompt moves below it.
@@ -105,13 +105,15 @@ export class Terminal {
 
   // The echo of a line that was entered before this page was loaded.
   echo(line) {
-    this.show(`${line}\r\n`);
+    const lineBreak = this.#lineBreakBefore(line);
+    this.#write(`${this.#erasure()}${lineBreak}${safeScreenText(line)}${this.#lineEnd()}`);
   }
 
   clear() {
     this.#line.clear();
     this.#openLine = "";
-    this.#isDrawn = this.#isInterrupted = false;
+    this.#placedRow = -1;
+    this.#isDrawn = this.#isBreakDue = false;
     this.#screen.reset();
     this.#startColumn = 0;
   }
@@ -238,19 +240,32 @@ export class Terminal {
     }
     const erasure = this.#erasure();
     const line = this.#line.enter();
-    this.#isInterrupted = false;
-    this.#write(`${erasure}${safeScreenText(line)}\r\n`);
+    this.#isBreakDue = false;
+    this.#write(`${erasure}${safeScreenText(line)}${this.#lineEnd()}`);
     this.#on.onLine(line);
     return true;
   }
 
-  // What the session prints next begins a line.
+  // Ends the line that was entered. At the foot of a screen that is addressed by rows nothing scrolls before it has
+  // to.
+  #lineEnd() {
+    this.#isBreakDue = this.#placedRow >= this.#screen.rows - 1;
+    this.#placedRow = -1;
+    return this.#isBreakDue ? "\r" : "\r\n";
+  }
+
+  #lineBreakBefore(text) {
+    const isDue = this.#isBreakDue && !text.startsWith("\r\n") && !this.#cursorStrings.begins(text);
+    this.#isBreakDue = false;
+    return isDue ? "\r\n" : "";
+  }
+
   #interrupt() {
     if (!this.#on.onInterrupt()) return;
     const erasure = this.#erasure();
     const line = this.#line.text;
     this.#line.clear();
-    this.#isInterrupted = true;
+    this.#isBreakDue = true;
     this.#write(`${erasure}${safeScreenText(line)}^C`);
   }
 

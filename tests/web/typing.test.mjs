@@ -30,6 +30,16 @@ test("only the session's own cursor strings move the cursor", () => {
     assert.equal(strings.obeyed(text), screen);
     assert.equal(strings.without(text), plain);
   }
+
+  const rows = [
+    ["x", 7],
+    ["x\r\n", -1],
+    [`${own("-1;-1")}${own("1;24")}x`, 24],
+    [`${own("1;24")}x\r\n`, -1],
+    [`\r\n${own("0;3")}`, 3],
+    [`${own("1;24")}${own("-1;-1")}`, -1],
+  ];
+  for (const [text, row] of rows) assert.equal(strings.rowAtEnd(text, /*before=*/ 7), row, text);
 });
 
 test("characters that the code page lacks are found", () => {

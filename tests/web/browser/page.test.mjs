@@ -412,6 +412,44 @@ test("keyboard alone, in a form on a narrow screen", async () => {
   ]);
 });
 
+test("a load asks at the foot of a small terminal", async () => {
+  const gone = ["P", "Q"].map((name) => `<FILE_DATA>${name}\r\n1\xFEx\r\n</FILE_DATA>\r\n`);
+  writeFileSync(join(home, "TransferBulk", "gone"), Buffer.from(gone.join(""), "latin1"));
+  const { page } = await open();
+  const height = await page.evaluate(() => {
+    const rows = [...document.querySelectorAll(".xterm-rows > div")];
+    return innerHeight - (rows.length - 24) * rows[0].getBoundingClientRect().height;
+  });
+  await page.setViewportSize({ ...kWide, height: Math.ceil(height) });
+  await page.waitForFunction(() => document.querySelectorAll(".xterm-rows > div").length === 24);
+  const load = async () => {
+    await openForm(page, "mx4");
+    await it.field(page, "fx1").selectOption("gone");
+    await it.field(page, "bx1").click();
+    await screenHolds(page, "Cannot find target 'p' so skip");
+  };
+  const foot = (lines) => [lines[4], lines[6], lines[9], lines[23]];
+  const kHead = " File properties analysed, now starting data load.";
+  await load();
+  await page.keyboard.press("Enter");
+  await screenHolds(page, "Cannot find target 'q' so skip");
+  const question = " Cannot find target 'q' so skip. (CR)=continue, X+(CR)=exit :";
+  assert.deepEqual(foot(await screen(page)), [kHead, " Current File: q", " Counter     : 0 / 7", question]);
+  await page.keyboard.press("Enter");
+  await screenHolds(page, "PROCESS COMPLETE");
+  await page.keyboard.press("Enter");
+  await page.waitForSelector(".customlink");
+
+  await load();
+  await page.keyboard.type("X");
+  await page.keyboard.press("Enter");
+  await page.waitForSelector(".customlink");
+  await it.field(page, "bx2").click();
+  await it.onTerminal(page);
+  await screenHolds(page, "exit :X");
+  assert.deepEqual((await screen(page)).slice(-2), [question.replace("'q'", "'p'") + "X", ":"]);
+});
+
 test("hostile texts come by bulk load and are shown as text", async () => {
   const { page, sent, requests } = await open();
   requests.length = 0;
