@@ -67,9 +67,8 @@ std::string StaleCondition(std::string_view beat, int limitMs) {
 // Whether a program may take others for dead.
 std::string JudgeCondition(std::int64_t program) {
   return fmt::format(
-      "EXISTS (SELECT 1 FROM nvadmin_programs j WHERE j.number = {} AND ABS({} - j.beat) < {} AND {} - "
-      "j.steady "
-      ">= {})",
+      "EXISTS (SELECT 1 FROM nvadmin_programs j "
+      "WHERE j.number = {} AND ABS({} - j.beat) < {} AND {} - j.steady >= {})",
       program, kNow, kGapMs, kNow, kEvenBeatsMs);
 }
 
@@ -168,9 +167,8 @@ class ServerLocks::Program {
     const std::string number = std::to_string(beating);
     const std::string_view parameters[] = {number};
     const std::string beat = fmt::format(
-        "UPDATE nvadmin_programs SET steady = IF(ABS({0} - beat) > {1}, {0}, steady), beat = {0} WHERE "
-        "number "
-        "= ?",
+        "UPDATE nvadmin_programs SET steady = IF(ABS({0} - beat) > {1}, {0}, steady), beat = {0} "
+        "WHERE number = ?",
         kNow, kGapMs);
     if (Change(connection_, beat, parameters) == 0) return Renew(connection_, beating);
     lastBeat_ = begun;
@@ -312,10 +310,9 @@ std::string ServerLocks::Refusal(const Thing& thing, const Holder& holder) const
 void ServerLocks::AddRow(const Thing& thing, std::int64_t claim) {
   const auto& [table, id] = thing;
   const std::string add = fmt::format(
-      "INSERT INTO nvadmin_locks (tbl, digest, id, claim, user, place, program, session, since) VALUES (?, "
-      "{}, "
-      "{}, ?, ?, ?, {}, {}, {}) ON DUPLICATE KEY UPDATE claim = IF(program = {} AND session = {}, "
-      "VALUES(claim), claim)",
+      "INSERT INTO nvadmin_locks (tbl, digest, id, claim, user, place, program, session, since) "
+      "VALUES (?, {}, {}, ?, ?, ?, {}, {}, {}) "
+      "ON DUPLICATE KEY UPDATE claim = IF(program = {} AND session = {}, VALUES(claim), claim)",
       id ? kItemDigest : kWholeDigest, id ? "?" : "NULL", program_, session_, kNow, program_, session_);
   const std::string claimText = std::to_string(claim);
   std::vector<std::string_view> parameters = {table};
@@ -332,9 +329,8 @@ std::optional<ServerLocks::Holder> ServerLocks::FindObstacle(const Thing& thing,
   const std::string find = fmt::format(
       "SELECT (SELECT COUNT(*) FROM nvadmin_locks WHERE program = {} AND session = {} AND claim = ?), "
       "l.program, {} AS dead, l.user, l.place FROM nvadmin_state s LEFT JOIN (nvadmin_locks l LEFT JOIN "
-      "nvadmin_programs p ON p.number = l.program) ON l.tbl = ?{} AND NOT {} WHERE s.id = 1 ORDER BY dead "
-      "LIMIT "
-      "1",
+      "nvadmin_programs p ON p.number = l.program) ON l.tbl = ?{} AND NOT {} "
+      "WHERE s.id = 1 ORDER BY dead LIMIT 1",
       program_, session_, DeadCondition(),
       thing.second ? fmt::format(" AND l.digest IN ({}, {})", kWholeDigest, kItemDigest) : "", Me());
   const std::string claimText = std::to_string(claim);

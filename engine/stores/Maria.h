@@ -93,6 +93,8 @@ class MariaConnection {
   const MariaAddress& Address() const { return address_; }
   void Connect();
   void Close() noexcept;
+  // False: the next statement connects, which may take as long as all hosts together may.
+  bool IsOpen() const { return handle_ != nullptr; }
   // Counts the connections made.
   std::uint64_t Generation() const { return generation_; }
   // The server that answers now.

@@ -27,16 +27,15 @@ constexpr std::string_view kTableOptions =
     "ENGINE=InnoDB ROW_FORMAT=DYNAMIC CHARACTER SET latin1 COLLATE latin1_nopad_bin";
 
 constexpr std::string_view kOwnTables[] = {
-    "nvadmin_state (id TINYINT NOT NULL PRIMARY KEY, format INT NOT NULL, version BIGINT NOT NULL, turn "
-    "BIGINT NOT "
-    "NULL DEFAULT 0)",
+    "nvadmin_state (id TINYINT NOT NULL PRIMARY KEY, format INT NOT NULL, version BIGINT NOT NULL, "
+    "turn BIGINT NOT NULL DEFAULT 0)",
     "nvadmin_files (number BIGINT NOT NULL AUTO_INCREMENT PRIMARY KEY, declaration LONGTEXT NOT NULL)",
-    "nvadmin_programs (number BIGINT NOT NULL AUTO_INCREMENT PRIMARY KEY, beat BIGINT NOT NULL, steady "
-    "BIGINT NOT NULL)",
-    "nvadmin_locks (tbl VARCHAR(64) NOT NULL, digest BINARY(32) NOT NULL, id LONGTEXT, program BIGINT NOT "
-    "NULL, "
-    "session BIGINT NOT NULL, claim BIGINT NOT NULL, user TEXT NOT NULL, place TEXT NOT NULL, since BIGINT "
-    "NOT NULL, PRIMARY KEY (tbl, digest), KEY holder (program, session, claim))",
+    "nvadmin_programs (number BIGINT NOT NULL AUTO_INCREMENT PRIMARY KEY, beat BIGINT NOT NULL, "
+    "steady BIGINT NOT NULL)",
+    "nvadmin_locks (tbl VARCHAR(64) NOT NULL, digest BINARY(32) NOT NULL, id LONGTEXT, "
+    "program BIGINT NOT NULL, session BIGINT NOT NULL, claim BIGINT NOT NULL, user TEXT NOT NULL, "
+    "place TEXT NOT NULL, since BIGINT NOT NULL, PRIMARY KEY (tbl, digest), "
+    "KEY holder (program, session, claim))",
 };
 
 constexpr std::string_view kTextTypes[] = {"varchar", "tinytext", "text", "mediumtext", "longtext"};
@@ -117,9 +116,8 @@ std::string MariaCatalogue::FindObstacle() {
   if (IsClaimed(obstacle)) return obstacle;
   const std::string& database = connection_.Address().database;
   const MariaRows found = connection_.Query(
-      "SELECT @@collation_database, (SELECT count(*) FROM information_schema.TABLES WHERE TABLE_SCHEMA = "
-      "DATABASE() "
-      "AND LEFT(TABLE_NAME, 8) <> 'nvadmin_')",
+      "SELECT @@collation_database, (SELECT count(*) FROM information_schema.TABLES "
+      "WHERE TABLE_SCHEMA = DATABASE() AND LEFT(TABLE_NAME, 8) <> 'nvadmin_')",
       {}, IfLost::kAgain);
   if (found.Integer(0, 1) > 0) {
     return fmt::format(
@@ -208,9 +206,8 @@ std::string MariaCatalogue::ReadColumns(std::string_view spelling, Found& found)
   const std::string_view name[] = {spelling};
   const MariaRows rows = connection_.Query(
       "SELECT COLUMN_NAME, DATA_TYPE, CHARACTER_MAXIMUM_LENGTH, COLLATION_NAME, COLUMN_KEY, IS_GENERATED, "
-      "IS_NULLABLE "
-      "FROM information_schema.COLUMNS WHERE TABLE_SCHEMA = DATABASE() AND TABLE_NAME = ? ORDER BY "
-      "ORDINAL_POSITION",
+      "IS_NULLABLE FROM information_schema.COLUMNS "
+      "WHERE TABLE_SCHEMA = DATABASE() AND TABLE_NAME = ? ORDER BY ORDINAL_POSITION",
       name, IfLost::kAgain);
   Declaration declaration(kMostColumns);
   std::vector<std::pair<std::string, bool>> nullable;

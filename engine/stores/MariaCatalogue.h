@@ -1,8 +1,7 @@
 // What a MariaDB database knows of the files in it. The database is an account's when it has our own tables:
 //
-// 1. nvadmin_state: one row. Who has it locked is the one that writes; its version goes up with each change
-// of
-//    a table.
+// 1. nvadmin_state: one row. Who has it locked is the one that writes; its version goes up with each
+//    change of a table.
 // 2. nvadmin_files: how the tables made here were declared.
 // 3. nvadmin_programs, nvadmin_locks: engine/ServerLocks.h.
 //

@@ -421,7 +421,9 @@ class MariaStore::Snapshot {
   Snapshot(const Snapshot&) = delete;
   Snapshot& operator=(const Snapshot&) = delete;
 
-  bool Stands() const { return generation_ == store_.connection_.Generation(); }
+  bool Stands() const {
+    return store_.connection_.IsOpen() && generation_ == store_.connection_.Generation();
+  }
 
  private:
   MariaStore& store_;
@@ -552,6 +554,7 @@ void MariaStore::Commit() {
 void MariaStore::Rollback() {
   writesAreOpen_ = false;
   gathered_ = {};
+  if (!connection_.IsOpen()) return;
   try {
     connection_.Execute("ROLLBACK", IfLost::kFail);
   } catch (const StoreFailure&) {

@@ -82,8 +82,7 @@ bool SentenceStore::TakeSentence(std::string_view statement, const std::vector<S
 
 // Drops the table whose name is all that stands behind DROP TABLE, be it a keyword or hold blanks and quotes;
 // in a user's sentence it may stand between quotes, too, and ";" behind it. Otherwise a user's is ordinary
-// SQL
-// (`isOurs` false), unless a single word stands there.
+// SQL (`isOurs` false), unless a single word stands there.
 bool SentenceStore::DropBareName(std::string_view name, bool& isOurs, std::string& message,
                                  std::string& error) {
   const bool isUsers = SentencesBy() == SentenceBy::kUser;
