@@ -18,6 +18,17 @@ function makeUnknown(text) {
   return make("pre", "unknown", text);
 }
 
+// A double click presses once: by the second one another form may stand there.
+function makePressed(className, text, act) {
+  const button = make("button", className, text);
+  button.type = "button";
+  button.value = text;
+  button.addEventListener("click", (event) => {
+    if (event.detail < 2) act(button);
+  });
+  return button;
+}
+
 // --- Forms ---
 
 const kLetterPixels = 7.5; // about as wide as a letter of a label is
@@ -31,14 +42,8 @@ function putOnGrid(element, { top, left, width, height }) {
 }
 
 function makeButton(token, actions) {
-  const button = make("button", token.styleClass, token.value);
-  button.type = "button";
-  button.value = token.value;
+  const button = makePressed(token.styleClass, token.value, (pressed) => actions.EProcess(pressed, true));
   button.disabled = token.isDisabled ?? false;
-  // A double click presses once: by the second one another form may stand there.
-  button.addEventListener("click", (event) => {
-    if (event.detail < 2) actions.EProcess(button, /*isPress=*/ true);
-  });
   if (token.focusesOnHover) button.addEventListener("mouseover", () => actions.XFocus(button));
   return button;
 }
@@ -146,15 +151,13 @@ function makeToolbar(buttons, actions) {
   bar.setAttribute("role", "toolbar");
   bar.setAttribute("aria-label", "What to do with this page");
   for (const { id, value, handler, argument } of buttons) {
-    const button = make("button", "button1", value);
-    button.type = "button";
-    button.value = value;
-    button.dataset.id = id;
-    const act = {
-      EProcess: () => actions.EProcess(button, true),
+    const acts = {
+      EProcess: (button) => actions.EProcess(button, true),
       ExecuteA: () => actions.ExecuteA(argument),
+      "window.print": () => actions["window.print"](),
     };
-    button.addEventListener("click", act[handler] ?? (() => actions[handler]()));
+    const button = makePressed("button1", value, acts[handler]);
+    button.dataset.id = id;
     bar.append(button);
   }
   const band = make("div", "toolbar");

@@ -37,8 +37,8 @@ export class Connection {
   #isRefused = false;
 
   // `open` makes a socket. `on` has onOutput(kind, text), onTaken(number, isOwn), onReset(), onAccount(name),
-  // onCursorWord(word), onState(word, reason) with "connecting", "ready", "lost", "over", onNew(), onDropped(lines), pairs of
-  // number and line, and onFailing().
+  // onCursorWord(word), onState(word, reason) with "connecting", "ready", "lost", "over", onNew(),
+  // onDropped(lines), pairs of number and line, and onFailing().
   constructor({ open, on, wait = setTimeout.bind(globalThis) }) {
     this.#open = open;
     this.#on = on;

@@ -4,8 +4,8 @@
 // (1) A frame opens at a message that begins "<TX>" and closes at one that ends in "</TX>" and begins as
 //     closing messages do; item text that ends in "</TX>" stands behind "VALID|" or "VALUE|" and closes
 //     nothing.
-// (2) The free text of a word runs to the end of its message; behind that of VALUE and MSGBOX words without text
-//     may stand. So an item ID that holds "^MSGBOX|" stays an item ID.
+// (2) The free text of a word runs to the end of its message; behind that of VALUE and MSGBOX words without
+//     text may stand. So an item ID that holds "^MSGBOX|" stays an item ID.
 // (3) A page that comes whole is one word.
 // Words act when their frame closes; a question and what stands before it act at its line end.
 //

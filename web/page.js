@@ -34,7 +34,7 @@ const kEndTexts = {
   "no line came in time": "Nothing was entered for a long time, so the session has ended.",
   "the page didn't come back": "The page was away for too long, so the session has ended.",
 };
-const kStopMs = 2000; // of waiting until work can be stopped
+const kStopMs = 2000; // of waiting until the page says so, and work can be stopped
 const kNotConnected = "There is no connection at the moment, so nothing was stopped.";
 const kNotedLength = 200; // of a line that is named
 
@@ -44,6 +44,7 @@ const place = {
   terminal: byId("terminal"),
   status: byId("status"),
   over: byId("over"),
+  working: byId("working"),
   stop: byId("stop"),
 };
 
@@ -60,8 +61,9 @@ const kept = takeKept();
 const sentLines = new Map(kept.sentLines ?? []);
 const kMostSentLines = 500;
 
-// Taken out at once, so that a copy of the tab doesn't find it; put back when the page goes, or while it isn't seen,
-// since it may go without a word then. A copy of a tab that isn't seen is told by its not being loaded again.
+// Taken out at once, so that a copy of the tab doesn't find it; put back when the page goes, or while it isn't
+// seen, since it may go without a word then. A copy of a tab that isn't seen is told by its not being loaded
+// again.
 function takeKept() {
   const state = JSON.parse(sessionStorage.getItem(kKeptKey) ?? "{}");
   sessionStorage.removeItem(kKeptKey);
@@ -69,17 +71,22 @@ function takeKept() {
   return state.user === user && (state.isLeaving || isReload) ? state : {};
 }
 
+// A browser keeps some megabytes for a tab. Where long lines are more than that, the session comes first.
 function keep() {
   if (isLoggedOut) return;
-  const state = {
-    user,
-    isLeaving,
-    token: connection.token,
-    unsureLines: connection.unsureLines,
-    sentLines: [...sentLines],
-    history: terminal.history,
-  };
-  sessionStorage.setItem(kKeptKey, JSON.stringify(state));
+  const session = { user, isLeaving, token: connection.token };
+  const onItsWay = { ...session, unsureLines: connection.unsureLines };
+  const all = { ...onItsWay, sentLines: [...sentLines], history: terminal.history };
+  [all, onItsWay, session].some(isStored);
+}
+
+function isStored(state) {
+  try {
+    sessionStorage.setItem(kKeptKey, JSON.stringify(state));
+    return true;
+  } catch {
+    return false;
+  }
 }
 
 addEventListener("pagehide", () => {
@@ -199,7 +206,8 @@ function whyNot(text) {
   const foreign = foreignCharacter(text);
   if (foreign) return foreignCharacterText(foreign);
   if (connection.fits(text)) return "";
-  return `Not sent: “${text.slice(0, 20)} …” is longer than the ${connection.limit} bytes that the server takes in a line.`;
+  const most = `the ${connection.limit} bytes that the server takes in a line`;
+  return `Not sent: “${text.slice(0, 20)} …” is longer than ${most}.`;
 }
 
 const exchange = new Exchange({
@@ -215,7 +223,7 @@ const exchange = new Exchange({
   },
   onWaiting(isWaiting) {
     clearTimeout(stopTimer);
-    if (isWaiting) stopTimer = setTimeout(() => (place.stop.hidden = false), kStopMs);
+    if (isWaiting) stopTimer = setTimeout(() => (place.working.hidden = false), kStopMs);
     else hideStop();
   },
 });
@@ -352,7 +360,7 @@ place.stop.addEventListener("click", () => interrupt());
 
 function hideStop() {
   if (document.activeElement === place.stop) (focusBeforeStop ?? place.form).focus();
-  place.stop.hidden = true;
+  place.working.hidden = true;
 }
 
 // --- Header and status ---

@@ -38,8 +38,8 @@ export class CursorStrings {
     return text.replace(this.#pattern, "");
   }
 
-  // The row, from 0, that a cursor string puts the open line on at the end of the text; -1 where none does. `before`:
-  // the same before the text.
+  // The row, from 0, that a cursor string puts the open line on at the end of the text; -1 where none does.
+  // `before`: the same before the text.
   rowAtEnd(text, before) {
     let row = before;
     let from = 0;

@@ -43,9 +43,9 @@ export class Terminal {
   #pending = 0; // writes that the screen has not finished
   #isDrawn = false;
 
-  // `on` has onLine(text), whyNot(text), which tells why a line can't be entered or is empty, onInterrupt(), which
-  // tells whether it could, onRefusal(text), and onPaste(lines, goOn), which calls goOn if the lines are to be
-  // entered.
+  // `on` has onLine(text), whyNot(text), which tells why a line can't be entered or is empty, onInterrupt(),
+  // which tells whether it could, onRefusal(text), and onPaste(count, goOn), which calls goOn if that many lines
+  // are to be entered.
   constructor(place, history, on) {
     this.#place = place;
     this.#line = new LineEditor(history);
@@ -92,7 +92,8 @@ export class Terminal {
 
   // A line of the page's own, set off from the session's text; a prompt moves below it.
   note(text) {
-    const isInLine = this.#screen.buffer.active.cursorX > 0 || this.#pending > 0;
+    const isInLine = this.#screen.buffer.active.cursorX > 0 || this.#pending > 0 || this.#isBreakDue;
+    this.#isBreakDue = false;
     const start = this.#openLine ? "\r\x1B[K" : isInLine ? "\r\n" : "";
     const note = `\x1B[2m-- ${safeScreenText(text)}\x1B[22m\r\n`;
     this.#write(this.#erasure() + start + note + safeScreenText(this.#openLine));
@@ -246,8 +247,8 @@ export class Terminal {
     return true;
   }
 
-  // Ends the line that was entered. At the foot of a screen that is addressed by rows nothing scrolls before it has
-  // to.
+  // Ends the line that was entered. At the foot of a screen that is addressed by rows nothing scrolls before it
+  // has to.
   #lineEnd() {
     this.#isBreakDue = this.#placedRow >= this.#screen.rows - 1;
     this.#placedRow = -1;

@@ -15,6 +15,7 @@ const kLeastContrast = 4.5;
 
 let home, server, gate, browser, context;
 let tabs = [];
+let ends = []; // what a test began beside them
 
 before(async () => {
   home = it.makeHome();
@@ -43,6 +44,7 @@ after(async () => {
 afterEach(async () => {
   const all = tabs;
   tabs = [];
+  for (const end of ends.splice(0).reverse()) await end();
   for (const { page, complaints } of all) {
     const harm = await page.evaluate(() => globalThis.harmed);
     await page.close();
@@ -159,7 +161,8 @@ test("log-in, terminal, log-out", async () => {
   await assertLegible(page, [".xterm-rows", ".user", ".state", ".quiet"]);
   await page.setViewportSize(kNarrow);
   await page.waitForFunction(() => document.querySelector(".xterm-screen").clientWidth < 360);
-  assert.equal(await it.overhang(page, "html"), 0);
+  await it.paste(page, "x中");
+  for (const whole of ["html", "#status"]) assert.equal(await it.overhang(page, whole), 0, whole);
 
   // A log-out takes what was done with it, in this tab and in others.
   const other = await open();
@@ -196,6 +199,11 @@ test("what was entered before a page was there does nothing to it", async () => 
   await it.onTerminal(page);
 
   await openForm(page, "mx2");
+  // The second half of a double click whose first brought the form.
+  const exit = await it.field(page, "bx2").boundingBox();
+  await page.mouse.move(exit.x + 5, exit.y + 5);
+  await page.mouse.down({ clickCount: 2 });
+  await page.mouse.up({ clickCount: 2 });
   gate.hold();
   await it.field(page, "bx2").click();
   await it.field(page, "bx2").click();
@@ -212,7 +220,7 @@ test("what was entered before a page was there does nothing to it", async () => 
 
   gate.hold();
   await it.fill(page, "fx3", "COUNTRIES");
-  await page.waitForSelector("#stop:not([hidden])");
+  await page.waitForSelector("#working:not([hidden])");
   await shoot(page, "stop");
   await page.click("#stop");
   gate.release();
@@ -223,7 +231,11 @@ test("what was entered before a page was there does nothing to it", async () => 
   await it.field(page, "bx1").click();
   await page.waitForSelector("dialog[open]");
   for (const key of ["n", "Enter", "Escape", "Space"]) await page.keyboard.press(key);
-  assert.match(await it.boxText(page), /^Number of Items = 249\./);
+  for (const when of ["pressed", "held"]) {
+    for (const key of ["n", "Enter"]) await page.keyboard.down(key);
+    assert.match(await it.boxText(page), /^Number of Items = 249\./, when);
+  }
+  for (const key of ["n", "Enter"]) await page.keyboard.up(key);
   await page.keyboard.press("Escape");
   await page.locator(".box-text").filter({ hasText: "Export Cancelled" }).waitFor();
   assert.equal(replies().at(-1), "ax2|<no>");
@@ -265,7 +277,11 @@ test("a report: table, File dump, print, dark", async () => {
   await page.emulateMedia({ media: null });
   const sheets = (await page.pdf({ format: "A4" })).toString("latin1").match(/\/Type \/Page\b/g).length;
   assert.ok(sheets > 4 && sheets < 12, `all rows are printed: ${sheets} sheets`);
-  const [download] = await Promise.all([page.waitForEvent("download"), page.click("text=File dump")]);
+  let downloads = 0;
+  page.on("download", () => downloads++);
+  gate.hold();
+  const [download] = await Promise.all([page.waitForEvent("download"), page.dblclick("text=File dump")]);
+  gate.release();
   const csv = readFileSync(await download.path(), "utf8");
   assert.match(download.suggestedFilename(), /^LIST-COUNTRIES-NAME-\d{8}-\d{4}\.csv$/);
   assert.match(csv, /^\uFEFFItemID,Country\r\n/);
@@ -276,6 +292,7 @@ test("a report: table, File dump, print, dark", async () => {
     (name) => document.querySelector(".xterm-rows").textContent.replace(/\s/g, "").includes(name),
     download.suggestedFilename(),
   );
+  assert.equal(downloads, 1);
 });
 
 test("an SQL page by keyboard alone", async () => {
@@ -589,13 +606,20 @@ test("a connection that breaks in the middle of a form", async () => {
   await screenHolds(page, "anna");
 });
 
-test("long lines; the server is started anew", async () => {
-  const first = await it.startServer(home, ["--max-line", "1000"]);
-  const tab = await it.openTab(
-    await browser.newContext({ viewport: kWide }),
-    `http://localhost:${first.port}/`,
-    it.kCut,
-  );
+// A server of its own on a port, or any; it ends with the test.
+async function startServer(options, port = 0) {
+  const started = await it.startServer(home, options, port);
+  const stop = () => (ends.splice(ends.indexOf(stop), 1), started.stop());
+  ends.push(stop);
+  return { ...started, stop };
+}
+
+test("long lines; a session that is gone; servers that are started anew", async () => {
+  const first = await startServer(["--max-line", "1000", "--resume", "1"]);
+  const way = await it.openGate(first.port);
+  ends.push(way.close);
+  const strangers = await browser.newContext({ viewport: kWide });
+  const tab = await it.openTab(strangers, way.url, it.kCut);
   tabs.push(tab);
   const { page, sent } = tab;
   await it.logIn(page);
@@ -606,28 +630,47 @@ test("long lines; the server is started anew", async () => {
   await page.keyboard.press("Enter");
   await screenHolds(page, "anna");
   assert.deepEqual(sent, ["N", "L1 WHO"]);
+
+  way.shut();
+  await page.waitForSelector("[data-state=lost], [data-state=connecting]");
+  await it.enter(page, "TIME");
+  await page.waitForTimeout(2500);
+  way.reopen();
+  await screenHolds(page, "The old session is gone");
+  await screenHolds(page, "Not sent: TIME");
+
   await first.stop();
   await page.locator("#over-text").filter({ hasText: "The server has ended" }).waitFor();
-  const second = await it.startServer(home, [], first.port);
-  try {
-    await page.click("#again");
-    await page.locator(".message").filter({ hasText: "ended" }).waitFor();
-    await shoot(page, "log-in-again");
-    await it.logIn(page);
-    await it.isReady(page);
-    await page.locator(".xterm-helper-textarea").focus();
-    await page.keyboard.press("ArrowUp");
-    await page.keyboard.press("Enter");
-    await screenHolds(page, "anna");
-    await it.paste(page, "x".repeat(1_000_000));
-    await page.keyboard.press("Enter");
-    await it.enter(page, "TIME");
-    await page.waitForFunction(() =>
-      /^:?\d\d:\d\d:\d\d \d/m.test(document.querySelector(".xterm-rows").innerText),
-    );
-  } finally {
-    await second.stop();
-  }
+  const second = await startServer([], first.port);
+  await page.click("#again");
+  const ended = page.locator(".message").filter({ hasText: "ended" });
+  await ended.waitFor();
+  await shoot(page, "log-in-again");
+  await it.logIn(page);
+  await it.isReady(page);
+  await page.locator(".xterm-helper-textarea").focus();
+  await page.keyboard.press("ArrowUp");
+  await page.keyboard.press("ArrowUp");
+  await page.keyboard.press("Enter");
+  await screenHolds(page, "anna");
+
+  // More than a browser keeps for a tab: the session outlives a reload.
+  await it.paste(page, "x".repeat(3_000_000));
+  await page.keyboard.press("Enter");
+  await it.enter(page, "TIME");
+  const time = () => /^:?\d\d:\d\d:\d\d \d/m.test(document.querySelector(".xterm-rows").innerText);
+  await page.waitForFunction(time);
+  sent.length = 0;
+  await page.reload();
+  await page.waitForFunction(time);
+  assert.match(sent[0], /^R/);
+
+  // Killed: there was nobody to say so.
+  way.shut();
+  await second.stop();
+  await startServer([], first.port);
+  way.reopen();
+  await ended.waitFor();
 });
 
 test("under TLS", async () => {

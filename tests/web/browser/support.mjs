@@ -119,7 +119,8 @@ export const startBrowser = () =>
   });
 
 // What a browser says of connections that are cut.
-export const kCut = /WebSocket connection to .* failed|ERR_CONNECTION|ERR_EMPTY_RESPONSE/;
+export const kCut =
+  /WebSocket connection to .* failed|ERR_CONNECTION|ERR_EMPTY_RESPONSE|ERR_SOCKET_NOT_CONNECTED/;
 
 // A tab with the page in it: what it sent by its WebSocket stands in `sent`, what it asked for otherwise in
 // `requests`, and what it complained of in `complaints`, but for what is `expected`.
