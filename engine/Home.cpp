@@ -29,14 +29,18 @@ constexpr mode_t kFolderMode = 0700;
 
 // Tells a catalogue of ours from any other database; the version is that of the tables below.
 constexpr std::int64_t kApplicationId = 0x4E764164;
-constexpr std::int64_t kCatalogueVersion = 1;
+constexpr std::int64_t kCatalogueVersion = 2;
 constexpr const char* kMakeTables =
-    "CREATE TABLE accounts(name TEXT PRIMARY KEY NOT NULL, datastore TEXT NOT NULL, store TEXT NOT NULL)"
-    " WITHOUT ROWID;"
+    "CREATE TABLE accounts(name TEXT PRIMARY KEY NOT NULL, datastore TEXT NOT NULL, store TEXT NOT NULL,"
+    " synchronous TEXT NOT NULL DEFAULT 'FULL') WITHOUT ROWID;"
     "CREATE TABLE lists(account TEXT NOT NULL, name TEXT NOT NULL, keys BLOB NOT NULL,"
     " PRIMARY KEY(account, name));"
     "PRAGMA application_id = 1316372836;"
-    "PRAGMA user_version = 1;";
+    "PRAGMA user_version = 2;";
+// From version 1, which had no such setting.
+constexpr const char* kBringUpToDate =
+    "ALTER TABLE accounts ADD COLUMN synchronous TEXT NOT NULL DEFAULT 'FULL';"
+    "PRAGMA user_version = 2;";
 static_assert(kApplicationId == 1316372836);
 
 constexpr const char* kHowToMake = "make one with 'nvadmin demo' or 'nvadmin account add'";
@@ -155,9 +159,16 @@ CatalogueKind KindOf(Database& catalogue) {
       fmt::format("{} is no catalogue of this system; choose another folder with --home", PathText(file)));
 }
 
+// Brings an older catalogue up to date; refuses one of a newer program.
 void RequireVersion(Database& catalogue, const fs::path& file) {
+  if (NumberOf(catalogue, "PRAGMA user_version") == kCatalogueVersion) return;
+  WriteTransaction transaction(catalogue);
   const std::int64_t version = NumberOf(catalogue, "PRAGMA user_version");
   if (version == kCatalogueVersion) return;
+  if (version == 1) {
+    catalogue.Execute(kBringUpToDate);
+    return transaction.Commit();
+  }
   throw EngineFailure(
       fmt::format("{} has version {} and this program knows version {}; use the program that made it",
                   PathText(file), version, kCatalogueVersion));
@@ -213,9 +224,14 @@ bool UnpackKeys(std::string_view packed, ResultGrid& grid) {
   return true;
 }
 
+constexpr std::string_view WordOf(Synchronous synchronous) {
+  return synchronous == Synchronous::kNormal ? "NORMAL" : "FULL";
+}
+
 // Catalogue text is UTF-8 in the file, the code page here.
 Account AccountOf(const Statement& row) {
-  return {ForeignText(row.Text(0)), ForeignText(row.Text(1)), ForeignText(row.Text(2))};
+  return {ForeignText(row.Text(0)), ForeignText(row.Text(1)), ForeignText(row.Text(2)),
+          row.Text(3) == WordOf(Synchronous::kNormal) ? Synchronous::kNormal : Synchronous::kFull};
 }
 
 }  // namespace
@@ -224,7 +240,7 @@ struct Home::Catalogue {
   explicit Catalogue(const fs::path& path) : file(path), database(path, OpenMode::kExisting, kPatience) {}
 
   std::optional<Account> FindAccount(std::string_view name) {
-    Statement statement(database, "SELECT name, datastore, store FROM accounts WHERE name = ?1");
+    Statement statement(database, "SELECT name, datastore, store, synchronous FROM accounts WHERE name = ?1");
     const std::string key = ToUtf8(UpperCase(name));
     ResetAtEnd reset(statement);
     if (!statement.BindText(1, key).Step()) return std::nullopt;
@@ -310,7 +326,8 @@ fs::path Home::PasswordFile(const Account& account) const {
 
 std::vector<Account> Home::Accounts() const {
   const std::lock_guard guard(catalogue_->mutex);
-  Statement statement(catalogue_->database, "SELECT name, datastore, store FROM accounts ORDER BY name");
+  Statement statement(catalogue_->database,
+                      "SELECT name, datastore, store, synchronous FROM accounts ORDER BY name");
   std::vector<Account> accounts;
   while (statement.Step()) accounts.push_back(AccountOf(statement));
   return accounts;
@@ -340,11 +357,21 @@ bool Home::AddAccount(const Account& account, std::string& error) {
   const std::string store = ToUtf8(account.store);
   const std::lock_guard guard(catalogue_->mutex);
   Statement insert(catalogue_->database,
-                   "INSERT INTO accounts(name, datastore, store) VALUES(?1, ?2, ?3) ON CONFLICT DO NOTHING");
-  insert.BindText(1, name).BindText(2, datastore).BindText(3, store).Run();
+                   "INSERT INTO accounts(name, datastore, store, synchronous) VALUES(?1, ?2, ?3, ?4)"
+                   " ON CONFLICT DO NOTHING");
+  insert.BindText(1, name).BindText(2, datastore).BindText(3, store);
+  insert.BindText(4, WordOf(account.synchronous)).Run();
   if (catalogue_->database.Changes() == 1) return true;
   error = fmt::format("there is an account {} already; choose another name, or remove it first", name);
   return false;
+}
+
+bool Home::SetSynchronous(std::string_view name, Synchronous synchronous) {
+  const std::string key = ToUtf8(UpperCase(name));
+  const std::lock_guard guard(catalogue_->mutex);
+  Statement update(catalogue_->database, "UPDATE accounts SET synchronous = ?2 WHERE name = ?1");
+  update.BindText(1, key).BindText(2, WordOf(synchronous)).Run();
+  return catalogue_->database.Changes() == 1;
 }
 
 bool Home::RemoveAccount(std::string_view name) {

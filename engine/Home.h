@@ -25,10 +25,18 @@
 
 namespace nvadmin::engine {
 
+// When a commit of an embedded account is on the disk: SQLite's words.
+enum class Synchronous {
+  kFull,    // before it is answered
+  kNormal,  // soon after: a power cut or a crash of the system may lose the last ones, never half of one; a
+            // program that dies loses nothing
+};
+
 struct Account {
   std::string name;       // in capitals
   std::string datastore;  // "JET", "MSSQL", "MYSQL", "ORACLE" or a word that begins with "MV", in capitals
   std::string store;      // address of the store; empty: the account's own file in the home
+  Synchronous synchronous = Synchronous::kFull;  // of a file in the home; a server has its own setting
 
   bool IsNative() const { return datastore.starts_with("MV"); }
 };
@@ -61,6 +69,8 @@ class Home {
   // Name and word may come in any letter case. False, with the reason in `error`: a name or word that isn't
   // allowed, or a name that is taken. The store makes the account's database when it is first opened.
   bool AddAccount(const Account& account, std::string& error);
+  // Holds for who opens the account from then on. False when there is no such account.
+  bool SetSynchronous(std::string_view name, Synchronous synchronous);
   // Removes the account, its saved lists and its database files. False when there is no such account. No
   // session may be in it. An account at a store address of its own leaves what lies there.
   bool RemoveAccount(std::string_view name);

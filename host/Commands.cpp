@@ -142,30 +142,35 @@ ExitCode RunSession(engine::Home& home, const CommandSettings& settings, const G
   return RunOnOwnThread(tcl, nullptr);
 }
 
-// Opens the account's store once, which makes its database.
-bool CanBeEntered(engine::Home& home, std::string_view account, std::string& error) {
+// Readable by this user alone, from its first moment; one that was kept before stays until this one is whole.
+void KeepPassword(const std::filesystem::path& file, std::string_view password) {
+  const std::string beside = file.string() + ".new";
+  unlink(beside.c_str());
+  const int descriptor = open(beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  const std::string line = std::string(password) + '\n';
+  const bool isKept = descriptor >= 0 &&
+                      write(descriptor, line.data(), line.size()) == static_cast<ssize_t>(line.size()) &&
+                      fsync(descriptor) == 0 && rename(beside.c_str(), file.c_str()) == 0;
+  const int number = errno;
+  if (descriptor >= 0) close(descriptor);
+  if (isKept) return;
+  unlink(beside.c_str());
+  throw EngineFailure(fmt::format("can't keep the password in {}: {}", engine::ForeignText(file.string()),
+                                  std::generic_category().message(number)));
+}
+
+// Keeps the new account's password, if there is one to be kept, and opens its store once, which makes its
+// database.
+bool CanBeEntered(engine::Home& home, std::string_view name, std::string_view password, std::string& error) {
   try {
-    engine::OpenStore(home, home.FindAccount(account).value());
+    const engine::Account account = home.FindAccount(name).value();
+    if (!password.empty()) KeepPassword(home.PasswordFile(account), password);
+    engine::OpenStore(home, account);
     return true;
   } catch (const EngineFailure& failure) {
     error = failure.what();
     return false;
   }
-}
-
-// Readable by this user alone, from its first moment.
-void KeepPassword(const std::filesystem::path& file, std::string_view password) {
-  std::error_code ignored;
-  std::filesystem::remove(file, ignored);
-  const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  const std::string line = std::string(password) + '\n';
-  const bool isWritten =
-      descriptor >= 0 && write(descriptor, line.data(), line.size()) == static_cast<ssize_t>(line.size());
-  const int number = errno;
-  if (descriptor >= 0) close(descriptor);
-  if (isWritten) return;
-  throw EngineFailure(fmt::format("can't keep the password in {}: {}", engine::ForeignText(file.string()),
-                                  std::generic_category().message(number)));
 }
 
 // Finds out whether the account's database will do, and asks for its password if nothing else gives it.
@@ -255,6 +260,7 @@ ExitCode AddAccount(const CommandSettings& settings, const NewAccount& given) {
     engine::Account account;
     account.name = given.name;
     account.datastore = given.datastore;
+    account.synchronous = given.synchronous;
     std::string error;
     std::string refused;
     if (!engine::FromUtf8(given.store, account.store, refused))
@@ -265,9 +271,7 @@ ExitCode AddAccount(const CommandSettings& settings, const NewAccount& given) {
       return ExitCode::kFailed;
     if (given.checkOnly) return ExitCode::kFine;
     if (home.AddAccount(account, error)) {
-      const engine::Account added = home.FindAccount(given.name).value();
-      if (!password.empty()) KeepPassword(home.PasswordFile(added), password);
-      if (CanBeEntered(home, given.name, error)) return ExitCode::kFine;
+      if (CanBeEntered(home, given.name, password, error)) return ExitCode::kFine;
       home.RemoveAccount(given.name);
     }
     Complain(error);
@@ -293,11 +297,24 @@ ExitCode SetStorePassword(const CommandSettings& settings, std::string_view name
   });
 }
 
+ExitCode SetSynchronous(const CommandSettings& settings, std::string_view name,
+                        engine::Synchronous synchronous) {
+  return WithHome(settings, /*makeHome=*/false, [&](engine::Home& home) {
+    const std::optional<engine::Account> account = home.FindAccount(name);
+    if (account && account->store.empty() && home.SetSynchronous(name, synchronous)) return ExitCode::kFine;
+    Complain(fmt::format("there is no account {} in a file of the home; 'nvadmin account list' shows them",
+                         engine::ForeignText(name)));
+    return ExitCode::kFailed;
+  });
+}
+
 ExitCode ListAccounts(const CommandSettings& settings) {
   return WithHome(settings, /*makeHome=*/false, [](engine::Home& home) {
-    for (const engine::Account& account : home.Accounts())
-      fmt::print("{:<20} {}{}{}\n", account.name, account.datastore, account.store.empty() ? "" : "  ",
-                 engine::ToUtf8(account.store));
+    for (const engine::Account& account : home.Accounts()) {
+      const bool isRelaxed = account.synchronous == engine::Synchronous::kNormal;
+      fmt::print("{:<20} {}{}{}{}\n", account.name, account.datastore, account.store.empty() ? "" : "  ",
+                 engine::ToUtf8(account.store), isRelaxed ? "  synchronous NORMAL" : "");
+    }
     return ExitCode::kFine;
   });
 }

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "engine/Home.h"
 #include "host/Serve.h"
 #include "host/TclSession.h"
 
@@ -30,14 +31,18 @@ ExitCode RunDemo(const CommandSettings& settings, const GivenSentences& sentence
 struct NewAccount {
   std::string name;
   std::string datastore;
-  std::string store;       // the address of its database; empty: a file in the home
-  bool checkOnly = false;  // tells of the database, and adds nothing
+  std::string store;  // the address of its database; empty: a file in the home
+  engine::Synchronous synchronous = engine::Synchronous::kFull;  // of the file
+  bool checkOnly = false;                                        // tells of the database, and adds nothing
 };
 // Makes the home where it is missing. The password of a database at an address comes from a file that the
 // address names, from the environment, or is asked for and kept in the home.
 ExitCode AddAccount(const CommandSettings& settings, const NewAccount& account);
 // Asks for the password of an account's database anew, and keeps it.
 ExitCode SetStorePassword(const CommandSettings& settings, std::string_view name);
+// Holds for who enters the account from then on.
+ExitCode SetSynchronous(const CommandSettings& settings, std::string_view name,
+                        engine::Synchronous synchronous);
 ExitCode ListAccounts(const CommandSettings& settings);
 ExitCode RemoveAccount(const CommandSettings& settings, std::string_view name);
 

@@ -55,8 +55,23 @@ void AddSessionCommands(CLI::App& app, Given& given) {
   });
 }
 
+CLI::Option* AddSynchronousOption(CLI::App& command, Given& given) {
+  const auto read = [&given](const std::string& word) {
+    given.newAccount.synchronous =
+        word == "NORMAL" ? nvadmin::engine::Synchronous::kNormal : nvadmin::engine::Synchronous::kFull;
+  };
+  return command
+      .add_option_function<std::string>(
+          "--synchronous", read,
+          "FULL: what is answered is on the disk. NORMAL: soon after; many small writes are faster, and a "
+          "power cut may lose the last ones")
+      ->transform(CLI::IsMember({"FULL", "NORMAL"}, CLI::ignore_case))
+      ->type_name("WORD");
+}
+
 void AddAccountCommands(CLI::App& app, Given& given) {
-  CLI::App* account = app.add_subcommand("account", "Add, list and remove accounts")->require_subcommand(1);
+  CLI::App* account =
+      app.add_subcommand("account", "Add, change, list and remove accounts")->require_subcommand(1);
   CLI::App* add = account->add_subcommand("add", "Add an account; makes the home if it is missing");
   add->add_option("NAME", given.newAccount.name, "Letters, digits, \"_\", \"-\" and \".\"")->required();
   add->add_option("--datastore", given.newAccount.datastore,
@@ -70,6 +85,7 @@ void AddAccountCommands(CLI::App& app, Given& given) {
                            ->check([](const std::string& address) {
                              return std::string(address.empty() ? "the address is empty" : "");
                            });
+  AddSynchronousOption(*add, given)->excludes(store);
   add->add_flag("--check", given.newAccount.checkOnly, "Tell of the database, and add nothing")->needs(store);
   add->footer(
       "The password of the database is the first line of the file that the address names "
@@ -85,6 +101,14 @@ void AddAccountCommands(CLI::App& app, Given& given) {
   password->add_option("NAME", given.account, "The account")->required();
   password->callback([&given] {
     given.run = [&given] { return nvadmin::host::SetStorePassword(given.settings, given.account); };
+  });
+  CLI::App* set = account->add_subcommand("set", "Change a setting of an account in a file of the home");
+  set->add_option("NAME", given.account, "The account")->required();
+  AddSynchronousOption(*set, given)->required();
+  set->callback([&given] {
+    given.run = [&given] {
+      return nvadmin::host::SetSynchronous(given.settings, given.account, given.newAccount.synchronous);
+    };
   });
   account->add_subcommand("list", "List the accounts and their datastore words")->callback([&given] {
     given.run = [&given] { return nvadmin::host::ListAccounts(given.settings); };

@@ -61,8 +61,13 @@ std::unique_ptr<Store> OpenStore(const Home& home, const Account& account) {
     return std::make_unique<MariaStore>(std::move(place.address), std::move(place.password), account.name);
   }
   const std::filesystem::path file = home.DatabaseFile(account);
-  if (account.IsNative()) return std::make_unique<NativeStore>(file, account.name);
-  return std::make_unique<SqliteStore>(file, account.name, account.datastore);
+  std::unique_ptr<ItemTables> store;
+  if (account.IsNative())
+    store = std::make_unique<NativeStore>(file, account.name);
+  else
+    store = std::make_unique<SqliteStore>(file, account.name, account.datastore);
+  if (account.synchronous == Synchronous::kNormal) store->RelaxCommits();
+  return store;
 }
 
 }  // namespace nvadmin::engine

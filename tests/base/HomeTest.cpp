@@ -145,8 +145,8 @@ TEST(Home, FoldersThatCantBeUsedAreRefusedByName) {
        "{}/catalogue.sqlite is no catalogue of this system; choose another folder with --home", false},
       {"marked by another", [&](auto& path) { run(path, "PRAGMA application_id = 77"); },
        "{}/catalogue.sqlite is no catalogue of this system", false},
-      {"newer", [&](auto& path) { run(path, "PRAGMA user_version = 2"); },
-       "{}/catalogue.sqlite has version 2 and this program knows version 1"},
+      {"newer", [&](auto& path) { run(path, "PRAGMA user_version = 3"); },
+       "{}/catalogue.sqlite has version 3 and this program knows version 2"},
       {"damaged behind its head",
        [](auto& path) {
          std::fstream(path / "catalogue.sqlite", std::ios::binary | std::ios::in | std::ios::out).seekp(4096)
@@ -175,6 +175,22 @@ TEST(Home, FoldersThatCantBeUsedAreRefusedByName) {
     EXPECT_EQ(FailureOf(use).empty(), row.made);
     EXPECT_EQ(seteuid(getuid()), 0);
   }
+}
+
+TEST_F(HomeTest, AnOlderCatalogueIsBroughtUpToDate) {
+  ASSERT_EQ(Add("SALES"), "");
+  home_.reset();
+  Database(catalogue_, OpenMode::kExisting, 0ms)
+      .Execute("ALTER TABLE accounts DROP COLUMN synchronous; PRAGMA user_version = 1");
+  // Two programs at once, and one that makes what is missing.
+  Home one(path_), two(path_);
+  Home::Make(path_);
+  EXPECT_EQ(one.FindAccount("SALES")->synchronous, Synchronous::kFull);
+  EXPECT_TRUE(one.SetSynchronous("sales", Synchronous::kNormal));
+  EXPECT_FALSE(one.SetSynchronous("NONE", Synchronous::kNormal));
+  EXPECT_EQ(two.Accounts().at(0).synchronous, Synchronous::kNormal);
+  EXPECT_EQ(AddTo(two, {"FAST", "JET", "", Synchronous::kNormal}), "");
+  EXPECT_EQ(one.FindAccount("FAST")->synchronous, Synchronous::kNormal);
 }
 
 TEST_F(HomeTest, AccountNamesAndWordsHaveRules) {

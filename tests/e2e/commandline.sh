@@ -29,6 +29,11 @@ expect_run "second account" 0 nvadmin account add BOOKS --datastore JET
 expect_run "a name that is taken" 1 nvadmin account add Shop --datastore JET
 expect_run "account list" 0 nvadmin account list
 expect_match "account list" "$out" "^BOOKS +JET${nl}SHOP +MYSQL$"
+expect_run "a setting" 0 nvadmin account set books --synchronous normal
+expect_run "account list with a setting" 0 nvadmin account list
+expect_match "account list with a setting" "$out" "^BOOKS +JET  synchronous NORMAL$nl"
+expect_run "a setting of no account" 1 nvadmin account set FARM --synchronous FULL
+expect_run "usage: a setting" 2 nvadmin account set BOOKS --synchronous OFF
 expect_run "two accounts" 4 nvadmin tcl -c ACCOUNT
 expect_match "two accounts" "$err" "--account.*BOOKS SHOP"
 expect_run "a chosen account" 0 nvadmin --account books tcl -c ACCOUNT

@@ -1,13 +1,26 @@
 // What comes from outside, for each kind of store that keeps a file of its own: other sessions that make and
 // drop files, kills, a full disk, and files that are damaged or somebody else's.
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <fstream>
 #include <thread>
 
 #include "StoreKinds.h"
 #include "engine/stores/NativeStore.h"
+#include "engine/stores/OpenStore.h"
 #include "engine/stores/SqliteStore.h"
+
+// The system's calls that put a file on its disk, counted on their way.
+static std::atomic<int> flushes = 0;
+static int Flush(long call, int file) {
+  ++flushes;
+  return static_cast<int>(syscall(call, file));
+}
+extern "C" int fdatasync(int file) { return Flush(SYS_fdatasync, file); }
+extern "C" int fsync(int file) { return Flush(SYS_fsync, file); }
 
 namespace nvadmin::engine {
 namespace {
@@ -197,6 +210,23 @@ TEST_P(StoreTrouble, TellsOfADamagedFile) {
   for (const std::string& failure : failures)
     EXPECT_TRUE(failure.starts_with(name + " is damaged")) << failure;
   EXPECT_EQ(store_->TableNames(true).size(), 1U) << "the session lives on";
+}
+
+TEST(StoreFiles, ACommitIsOnTheDiskUnlessTheAccountSaysOtherwise) {
+  for (const std::string_view datastore : {std::string_view("JET"), kNative}) {
+    for (const Synchronous synchronous : {Synchronous::kFull, Synchronous::kNormal}) {
+      const TemporaryFolder folder;
+      Home::Make(folder / "home");
+      const auto store = OpenStore(Home(folder / "home"), {"T", std::string(datastore), "", synchronous});
+      const TableHandle table = MakeTable(*store, "t", 1);
+      const int before = flushes;
+      for (const char* id : {"1", "2", "3"}) {
+        MustWrite(*store, table, id, "x");
+        store->Commit();
+      }
+      EXPECT_EQ(flushes - before, synchronous == Synchronous::kFull ? 3 : 0) << datastore;
+    }
+  }
 }
 
 TEST(StoreFiles, OnlyTheirOwnAreOpened) {
