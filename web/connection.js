@@ -12,7 +12,7 @@
 const kFirstDelayMs = 500;
 const kLongestDelayMs = 15000;
 const kSilenceMs = 60_000;
-const kTries = 3; // failures to get through before the log-in is looked at
+const kTries = 3; // failures in a row until the log-in is looked at, from then on with each
 const kRefusals = [1002, 1003, 1007, 1009]; // closing codes
 
 const utf8 = new TextEncoder();
@@ -216,7 +216,7 @@ export class Connection {
     this.#socket = null;
     clearTimeout(this.#silence);
     if (this.#isOver) return;
-    if (++this.#failures % kTries === 0) this.#on.onFailing();
+    if (++this.#failures >= kTries) this.#on.onFailing();
     this.#on.onState("lost");
     this.#timer = this.#wait(() => this.#connect(), this.#delayMs);
     this.#delayMs = Math.min(this.#delayMs * 2, kLongestDelayMs);

@@ -670,7 +670,7 @@ test("long lines; a session that is gone; servers that are started anew", async 
   await second.stop();
   await startServer([], first.port);
   way.reopen();
-  await ended.waitFor();
+  await ended.waitFor({ timeout: 20_000 }); // at the next try, 15 seconds later at most
 });
 
 test("under TLS", async () => {
