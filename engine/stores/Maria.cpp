@@ -28,8 +28,8 @@ constexpr std::size_t kStatementOverhead = 64u << 10;
 constexpr std::string_view kSyncedState = "4";   // of a node of a cluster
 constexpr std::uint32_t kSecondsForRefusal = 5;  // less than the wait for an answer
 
-constexpr unsigned kLost[] = {1040, 1047, 1053, 1152, 1158, 1159, 1160, 1161,
-                              1927, 2002, 2003, 2005, 2006, 2012, 2013, 2055};
+constexpr unsigned kLost[] = {1040, 1047, 1053, 1152, 1158, 1159, 1160, 1161, 1927, 2002, 2003,
+                              2005, 2006, 2012, 2013, 2014, 2026, 2027, 2055, 5013, 5014};
 // What is wrong with the server, or with what else happens on it, rather than with the statement.
 constexpr unsigned kTrouble[] = {1021, 1030, 1037, 1038, 1041, 1114, 1153, 1180, 1194, 1195,
                                  1205, 1213, 1290, 1317, 1461, 1792, 1836, 1969, 3024};
@@ -195,8 +195,9 @@ bool MariaConnection::ConnectToFirst(NodeState least, std::string& failures, boo
       }
     }
     for (const KnownRefusal& refusal : kRefusals) {
-      if (refusal.code == code)
-        Fail(code, fmt::format(fmt::runtime(refusal.text), address_.user, address_.database, failure));
+      if (refusal.code != code) continue;
+      failure = fmt::format(fmt::runtime(refusal.text), address_.user, address_.database, failure);
+      if (!MariaFailure("", code).IsLost()) Fail(code, failure);
     }
     if (MariaFailure(failure, code).IsRefusal())
       Fail(code, fmt::format("it refuses user {}: {}", address_.user, failure));

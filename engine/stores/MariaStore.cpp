@@ -198,10 +198,12 @@ bool MariaStore::ReadAsDescribed(const Action& action) {
   try {
     return action();
   } catch (const MariaFailure& failure) {
+    // While the writes are open, only a change by hand can have come in between; a snapshot that is older
+    // than the table stays so.
     const bool isOutdated = failure.Code() == maria_error::kNoSuchTable ||
                             failure.Code() == maria_error::kUnknownColumn ||
-                            failure.Code() == maria_error::kTableChanged;
-    if (!isOutdated || writesAreOpen_) throw;
+                            (failure.Code() == maria_error::kTableChanged && !writesAreOpen_);
+    if (!isOutdated) throw;
     ForgetTables();
     NoteVersion(catalogue_.Version());  // which fails if it is our own table that is gone
     return false;
@@ -603,13 +605,19 @@ std::vector<std::string_view> MariaStore::Gathered::Parameters() const {
 void MariaStore::SendGathered() {
   if (gathered_.rows == 0) return;
   const Gathered sent = std::exchange(gathered_, {});
+  std::string reason;
   try {
     connection_.ChangeMany(sent.table->write, sent.table->Width(), sent.Parameters());
+    return;
+  } catch (const MariaFailure& failure) {
+    const std::string& name = sent.table->Description().name;
+    reason = failure.IsRefusal() ? fmt::format("table {}: {}", name, RefusalOf(failure)) : failure.what();
   } catch (const StoreFailure& failure) {
-    Rollback();
-    ForgetTables();
-    throw StoreFailure(fmt::format("{}; {}", failure.what(), kLostWrites));
+    reason = failure.what();
   }
+  Rollback();
+  ForgetTables();
+  throw StoreFailure(fmt::format("{}; {}", reason, kLostWrites));
 }
 
 // Sends the one row that is gathered, for a table that may refuse it.

@@ -122,6 +122,41 @@ TEST_F(MariaFaultsTest, TellsWhatACutLeft) {
   }
 }
 
+// A connection that ended while nobody used it is nobody's loss, whatever comes first.
+TEST_F(MariaFaultsTest, GoesOnBehindAKilledConnection) {
+  store_ = Open(MariaDatabase::Socket());
+  table_ = MustOpen(*store_, "t");
+  const std::function<void()> actions[] = {
+      [this] { EXPECT_EQ(ItemOf(*store_, table_, "kept"), "a"); },
+      [this] { EXPECT_EQ(ItemOf(*store_, MustOpen(*store_, "t"), "kept"), "a"); },
+      [this] { EXPECT_EQ(Scanned(*store_, table_), "kept;"); },
+      [this] {
+        EXPECT_EQ(Scanned(*store_, table_, {{2, 1}}), "kept,,a;");
+      },
+      [this] { EXPECT_EQ(store_->TableNames(false).size(), 1U); },
+      [this] { EXPECT_EQ(store_->Describe(table_).limits.size(), 3U); },
+      [this] { EXPECT_EQ(Sql(*store_, "SELECT A1 FROM t"), "a;"); },
+      [this] { Write("kept", "a"), store_->Commit(); },
+      [this] {
+        std::vector<BatchItem> items;
+        store_->ReadBatch(table_, std::vector<std::string_view>{"kept", "1", "2", "3", "4"}, items);
+        EXPECT_EQ(items[0].item, "a");
+      },
+      [this] {
+        std::string error;
+        MakeTable(*store_, "other", 1);
+        EXPECT_TRUE(store_->DropTable("other", error)) << error;
+      },
+  };
+  for (const auto& action : actions) {
+    for (const char* prepared : {"not prepared", "prepared"}) {
+      SCOPED_TRACE("action " + std::to_string(&action - actions) + ", " + prepared);
+      database_->KillConnections();
+      EXPECT_EQ(FailureOf(action), "");
+    }
+  }
+}
+
 // A walk that loses its server is no short list.
 TEST_F(MariaFaultsTest, AScanNeverEndsEarly) {
   for (int id = 0; id < 500; ++id) Write(std::to_string(id), "a");

@@ -213,6 +213,17 @@ TEST_F(MariaServersTest, OfOtherSettingsServeAlike) {
   EXPECT_EQ(FailureOf([&] { store->ReadBatch(table, ids, items); }), tooLarge);
   EXPECT_EQ(FailureOf([&] { Scanned(*store, table, kWholeItem); }), tooLarge);
   EXPECT_NE(Scanned(*store, table, {{2}}).find("7," + std::string(600'000, 'y') + ";"), std::string::npos);
+
+  // An encrypted connection ends in ways of its own.
+  for (const char* sql : {"SELECT count(*) FROM whole", "SELECT count(A0) FROM whole"}) {
+    for (const char* first : {"SQL", "an item"}) {
+      EXPECT_EQ(asRoot("KILL USER ann@localhost"), "");
+      if (first == std::string("an item")) {
+        EXPECT_EQ(ItemOf(*store, MustOpen(*store, "whole"), "1"), "x");
+      }
+      EXPECT_EQ(Sql(*store, sql), "1022;") << first << " first";
+    }
+  }
 }
 
 }  // namespace

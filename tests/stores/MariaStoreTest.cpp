@@ -336,8 +336,8 @@ TEST_F(MariaStoreTest, SeesAnOpenTableChangedByHand) {
   };
   std::string error;
   for (const auto& row : kCases) {
-    for (const bool readsFirst : {true, false}) {
-      SCOPED_TRACE(std::string(row.change) + (readsFirst ? ", then read" : ", then written to"));
+    for (const std::string then : {"read", "read within open writes", "written to"}) {
+      SCOPED_TRACE(row.change + (", then " + then));
       store_->DropTable("t", error);
       store_->DropTable("u", error);
       const TableHandle table = MakeTable(*store_, "t", 2);
@@ -345,19 +345,22 @@ TEST_F(MariaStoreTest, SeesAnOpenTableChangedByHand) {
       store_->Commit();
       EXPECT_EQ(account_.Server()->Run(row.change), "");
       const std::string wanted = row.read;
-      if (readsFirst) {
+      if (then != "written to") {
+        if (then != "read") store_->BeginWrites();
         std::string item;
         const std::string failure = FailureOf([&] { item = ItemOf(*store_, table, "1"); });
         EXPECT_NE(failure.find(wanted == "(none)" ? "" : wanted), std::string::npos) << failure;
         if (failure.empty()) {
           EXPECT_EQ(item, wanted.empty() ? "7" : wanted);
         }
+        store_->Rollback();
       } else {
         const std::string failure = FailureOf([&] {
           MustWrite(*store_, table, "2", "written");
           store_->Commit();
         });
         EXPECT_NE(failure.find(row.written), std::string::npos) << failure;
+        EXPECT_TRUE(failure.starts_with("table t: ")) << failure;
         EXPECT_TRUE(failure.ends_with("; the writes since the last commit are lost")) << failure;
         EXPECT_FALSE(store_->HasOpenWrites());
         EXPECT_NE(RefusalOfWrite(*store_, table, "2", "written").find(row.next), std::string::npos)

@@ -70,6 +70,12 @@ class MariaDatabase {
   const std::string& Name() const { return name_; }
   std::string Address() const { return "mariadb://root@/" + name_ + "?socket=" + Socket(); }
   std::string Run(const std::string& sql) const { return AsRoot("USE " + name_ + ";\n" + sql); }
+  // Ends those that others have to it, as its administrator can.
+  void KillConnections() const {
+    const std::string which = "FROM information_schema.processlist WHERE db = '" + name_ + "'";
+    AsRoot(AsRoot("SELECT concat('KILL ', id, ';') " + which));
+    while (AsRoot("SELECT count(*) " + which) != "0\n") usleep(1000);
+  }
 
  private:
   std::string name_;
