@@ -32,7 +32,7 @@ typed "'$program' --home '$home' account add SALES --datastore MYSQL --store '$a
 see "the question" 'Password of clerk for database sales, empty for none:'
 typed 'a wrong one'
 see "a wrong password" 'it refuses user clerk: the user name or the password is wrong.*code 4'
-typed clear
+new_screen
 typed "'$program' --home '$home' account add SALES --datastore MYSQL --store '$address'; echo code \$?"
 see "the question again" 'empty for none:'
 typed 'a secret'

@@ -24,5 +24,10 @@ see() {
   done
   expect_match "$1" "$shown" "$2"
 }
+# Clears the screen of the shell, and waits for that: the next `see` mustn't find what the program before has shown.
+new_screen() {
+  typed 'clear; echo $((6*6)) is new'
+  see "a new screen" '36 is new'
+}
 # count_shown REGEX: in how many lines of the screen and of what went up from it.
 count_shown() { "${terminal[@]}" capture-pane -p -S - | grep -cE "$1"; }

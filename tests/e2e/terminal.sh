@@ -79,6 +79,7 @@ keys Up
 see "the history of the session before" ":ACCOUNT$"
 keys C-c
 typed 'OFF'
+see "the session is over" "shell>$"
 
 # -c at a terminal: pages wait for the person, no prompt of the program's own.
 typed "clear; '$program' --home '$home' tcl -c 'SORT COUNTRIES NAME' -c ACCOUNT; echo code \$?"

@@ -39,7 +39,7 @@ typed 'secret one'
 see "the second question" 'The same again:'
 typed 'secret two'
 see "two that differ" 'differ'
-typed clear
+new_screen
 typed "'$program' --home '$home' user passwd anna"
 see "the question again" 'New password'
 keys C-c

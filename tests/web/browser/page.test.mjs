@@ -52,6 +52,9 @@ afterEach(async () => {
   }
 });
 
+const showsPrompt = (page) =>
+  page.waitForFunction(() => document.querySelector(".xterm-rows").textContent.includes(":"));
+
 // A tab that is logged in and at the prompt. It may complain of what is `expected`.
 async function open(expected) {
   const tab = await it.openTab(context, gate.url, expected);
@@ -61,7 +64,7 @@ async function open(expected) {
     await it.logIn(tab.page);
     await it.isReady(tab.page);
   }
-  await tab.page.waitForFunction(() => document.querySelector(".xterm-rows").textContent.includes(":"));
+  await showsPrompt(tab.page);
   return tab;
 }
 
@@ -176,6 +179,7 @@ test("log-in, terminal, log-out", async () => {
   );
   await it.logIn(page, { ...it.kUser, account: "" });
   await it.isReady(page);
+  await showsPrompt(page);
   await page.keyboard.press("ArrowUp");
   await it.enter(page, "HO");
   await screenHolds(page, ":HO");
