@@ -181,8 +181,9 @@ bool PrepareStore(const engine::Home& home, const engine::Account& account, bool
   const bool isGiven =
       !place.address.passwordFile.empty() || std::getenv(engine::kStorePasswordVariable) != nullptr;
   if (!isGiven) {
-    password = AskStorePassword(place.address.user, place.address.database).value_or("");
-    place.password = password;
+    const std::optional<std::string> answer = AskStorePassword(place.address.user, place.address.database);
+    if (!answer) return false;
+    password = place.password = *answer;
   }
   bool isFit = false;
   const auto lines = engine::CheckStore(place, isFit);
@@ -289,7 +290,14 @@ ExitCode SetStorePassword(const CommandSettings& settings, std::string_view name
       return ExitCode::kFailed;
     }
     engine::StorePlace place = engine::FindStorePlace(home, *account);
-    place.password = AskStorePassword(place.address.user, place.address.database).value_or("");
+    if (!place.address.passwordFile.empty()) {
+      Complain(fmt::format("account {} takes its password from {}, as its address says; change it there",
+                           account->name, place.address.passwordFile));
+      return ExitCode::kFailed;
+    }
+    const std::optional<std::string> answer = AskStorePassword(place.address.user, place.address.database);
+    if (!answer) return ExitCode::kFailed;
+    place.password = *answer;
     bool isFit = false;
     engine::CheckStore(place, isFit);
     KeepPassword(home.PasswordFile(*account), place.password);

@@ -111,13 +111,16 @@ std::optional<std::string> AskNewPassword(std::string_view user) {
 }
 
 std::optional<std::string> AskStorePassword(std::string_view user, std::string_view database) {
-  if (isatty(STDIN_FILENO) != 0)
-    return InCodePage(
-        AskAtTerminal(fmt::format("Password of {} for database {}, empty for none: ", user, database)));
+  if (isatty(STDIN_FILENO) != 0) {
+    std::optional<std::string> password = AskAtTerminal(fmt::format(
+        "Password of {} for database {}, empty for none: ", engine::ToUtf8(user), engine::ToUtf8(database)));
+    if (!password) Complain("no password was given");
+    return password;
+  }
   std::string line;
   std::getline(std::cin, line);
   if (line.ends_with('\r')) line.pop_back();
-  return InCodePage(line);
+  return line;
 }
 
 }  // namespace nvadmin::host

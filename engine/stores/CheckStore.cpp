@@ -10,8 +10,11 @@ namespace nvadmin::engine {
 namespace {
 
 // The rights that an account needs and the user hasn't, "CREATE, DROP". Empty, too, when they may come from a
-// role, of whose rights the server doesn't tell.
-std::string LackingRights(MariaConnection& connection) {
+// role, or from what all users may, of which the server doesn't tell in these tables.
+std::string LackingRights(MariaConnection& connection, const MariaRows& grants) {
+  for (std::size_t row = 0; row < grants.Count(); ++row) {
+    if (grants.Text(row, 0).ends_with(" TO PUBLIC")) return {};
+  }
   constexpr std::string_view kNeeded[] = {"SELECT", "INSERT", "UPDATE", "DELETE", "CREATE", "DROP"};
   const MariaRows rights = connection.Query(
       "SELECT PRIVILEGE_TYPE, CURRENT_ROLE() FROM (SELECT GRANTEE, PRIVILEGE_TYPE FROM "
@@ -39,17 +42,22 @@ std::vector<std::pair<std::string, std::string>> CheckStore(const StorePlace& pl
   std::vector<std::pair<std::string, std::string>> lines;
   const MariaRows server = ask(
       "SELECT VERSION(), @@character_set_database, @@collation_database, @@default_storage_engine, "
-      "@@max_connections, @@global.read_only, "
+      "@@max_connections, @@global.read_only, @@innodb_flush_log_at_trx_commit, "
       "(SELECT VARIABLE_VALUE FROM information_schema.SESSION_STATUS WHERE VARIABLE_NAME = 'Ssl_cipher')");
   lines.emplace_back("server", fmt::format("{} at {}{}", server.Text(0, 0), connection.Server(),
                                            server.Integer(0, 5) != 0 ? ", read-only" : ""));
   lines.emplace_back("connection",
-                     server.Text(0, 6).empty() ? "not encrypted" : fmt::format("TLS, {}", server.Text(0, 6)));
+                     server.Text(0, 7).empty() ? "not encrypted" : fmt::format("TLS, {}", server.Text(0, 7)));
   lines.emplace_back("character set", fmt::format("{}, collation {}", server.Text(0, 1), server.Text(0, 2)));
   lines.emplace_back(
       "engine", fmt::format("tables are made as InnoDB; the server's own default is {}", server.Text(0, 3)));
   lines.emplace_back("limits", fmt::format("items of {} bytes, {} connections", connection.LargestText(),
                                            server.Text(0, 4)));
+  lines.emplace_back(
+      "durability",
+      fmt::format("innodb_flush_log_at_trx_commit = {}{}", server.Text(0, 6),
+                  server.Text(0, 6) == "1" ? ": what was answered is on disk"
+                                           : ": a power cut can take what was answered; set it to 1"));
   const MariaRows grants = ask("SHOW GRANTS");
   for (std::size_t row = 0; row < grants.Count(); ++row) {
     // The hash of the password is nobody's business.
@@ -57,16 +65,14 @@ std::vector<std::pair<std::string, std::string>> CheckStore(const StorePlace& pl
     lines.emplace_back(row == 0 ? "rights" : "", grant.substr(0, grant.find(" IDENTIFIED ")));
   }
   std::string fault = MariaCatalogue(connection).FindObstacle();
-  const std::string lacking = LackingRights(connection);
+  const std::string lacking = LackingRights(connection, grants);
   if (fault.empty() && !lacking.empty()) {
     fault =
         fmt::format("user {0} lacks rights on database {1}: {2}; give them with GRANT ALL ON {1}.* TO {0}",
-                    place.address.user, place.address.database, lacking);
+                    QuoteIfNeeded(place.address.user), QuoteIfNeeded(place.address.database), lacking);
   }
   if (fault.empty() && server.Integer(0, 5) != 0) {
-    fault = fmt::format(
-        "the server at {} is read-only, a replica perhaps; name the one that takes writes in the address",
-        connection.Server());
+    fault = fmt::format("{}: {}", connection.Server(), kReadOnlyServer);
   }
   isFit = fault.empty();
   lines.emplace_back("database",

@@ -169,7 +169,7 @@ ItemTables::OpenedTable& ItemTables::Use(TableHandle table) {
 }
 
 std::string ItemTables::NoSuchTable(std::string_view name) {
-  return fmt::format("there is no table {} in account {}", name, account_);
+  return fmt::format("{}{} in account {}", kNoSuchTable, name, account_);
 }
 
 void ItemTables::Refresh(OpenedTable& opened) {
@@ -703,13 +703,17 @@ bool ItemTables::StepChange(Statement& statement, const OpenedTable& opened, std
   return false;
 }
 
-void ItemTables::Interrupt() noexcept { sqlite3_interrupt(database_.Handle()); }
+void ItemTables::Interrupt() noexcept {
+  interrupted_ = true;
+  sqlite3_interrupt(database_.Handle());
+}
 
 // ---- SQL
 
 bool ItemTables::RunSql(std::string_view statement, ResultGrid& grid, bool& isQuery, std::string& message,
                         std::string& error) {
   bool isDone = false;
+  interrupted_ = false;
   try {
     isDone = RunSentence(statement, grid, isQuery, message, error);
   } catch (const StoreFailure&) {

@@ -12,6 +12,7 @@
 // holds the database between two calls.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -98,6 +99,7 @@ class ItemTables : public SentenceStore {
   const Database& Connection() const { return database_; }
 
   std::string refusal_;  // what the connection's authorizer refused of the statement under way
+  std::atomic<bool> interrupted_ = false;  // since the user's statement came
 
  private:
   struct OpenedTable;

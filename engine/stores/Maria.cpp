@@ -8,8 +8,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <mutex>
+#include <numeric>
 #include <thread>
 #include <utility>
 
@@ -27,6 +29,9 @@ constexpr std::size_t kMostPrepared = 12;
 constexpr std::size_t kStatementOverhead = 64u << 10;
 constexpr std::string_view kSyncedState = "4";   // of a node of a cluster
 constexpr std::uint32_t kSecondsForRefusal = 5;  // less than the wait for an answer
+
+// Beside a text of the largest size, its key and its place fit.
+constexpr std::size_t kBesideText = kStatementOverhead / 2;
 
 constexpr unsigned kLost[] = {1040, 1047, 1053, 1152, 1158, 1159, 1160, 1161, 1927, 2002, 2003,
                               2005, 2006, 2012, 2013, 2014, 2026, 2027, 2055, 5013, 5014};
@@ -53,15 +58,50 @@ constexpr KnownRefusal kRefusals[] = {
     {1049,
      "it has no database {1}; make it with CREATE DATABASE {1} CHARACTER SET latin1 COLLATE "
      "latin1_nopad_bin"},
+    {1040,
+     "it takes no more connections ({2}); a session takes two, a program one more: raise max_connections"},
+    {1203,
+     "it takes no more connections of user {0} ({2}); a session takes two, a program one more: raise "
+     "max_user_connections"},
+    {1226,
+     "it takes no more connections of user {0} ({2}); a session takes two, a program one more: raise "
+     "max_user_connections"},
     {1130, "it lets user {0} in from other machines only; see to it with CREATE USER {0}@..."},
     {CR_SSL_CONNECTION_ERROR,
      "the connection can't be encrypted as the address asks ({2}); give it tls-ca with the certificate of "
      "the one who signed the server's, or another value of tls"},
 };
 
+// What the server says of a statement that isn't at fault, in the user's words.
+struct KnownTrouble {
+  unsigned code;
+  const char* mark;  // in the server's text
+  const char* text;  // {0} the server's
+};
+constexpr KnownTrouble kTroubles[] = {
+    {maria_error::kNotReady, "",
+     "the store is unavailable: the node is cut off from its cluster, or joins it just now ({0})"},
+    {maria_error::kLockWait, "",
+     "another program's transaction holds what this needs, and has for 10 s; try again ({0})"},
+    {maria_error::kDeadlock, "",
+     "another program's transaction was in the way, and the server let that go on; try again ({0})"},
+    {maria_error::kNoSuchTable, ".nvadmin_",
+     "a table of this program's own is gone; restore it, or enter the account anew, which makes what can be "
+     "made ({0})"},
+    {maria_error::kReadOnly, "read-only", kReadOnlyServer},
+    {1792, "", kReadOnlyServer},
+    {1836, "", kReadOnlyServer},
+};
+
 MYSQL* Handle(st_mysql* handle) { return handle; }
 
 }  // namespace
+
+std::string QuoteIfNeeded(std::string_view name) {
+  const bool isPlain =
+      std::all_of(name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) != 0 || c == '_'; });
+  return isPlain ? std::string(name) : fmt::format("`{}`", name);
+}
 
 bool MariaFailure::IsLost() const { return IsOneOf(kLost, code_); }
 
@@ -124,15 +164,28 @@ void MariaConnection::Close() noexcept {
 
 std::string MariaConnection::Server() const { return address_.hosts[host_].Shown(); }
 
+std::string MariaConnection::TooLarge(std::string_view what, std::size_t size) const {
+  return fmt::format("{} has {} characters, {} is the most that the server's max_allowed_packet lets through",
+                     what, size, largestText_);
+}
+
+// The server ends a connection on which more comes than it takes.
+void MariaConnection::RefuseLarge(std::size_t size) const {
+  if (size > largestText_ + kBesideText)
+    throw MariaFailure(TooLarge("the statement", size), maria_error::kTooLarge,
+                       fmt::format("{} at {}: ", name_, Server()));
+}
+
 void MariaConnection::Fail(unsigned code, std::string_view text) {
   std::string reason(text);
   // The wait for what was committed on other nodes ends so, too, where the node has lost them.
   if (code == maria_error::kLockWait && IsClustered()) LearnNode();
+  for (const KnownTrouble& trouble : kTroubles) {
+    if (trouble.code == code && text.find(trouble.mark) != std::string_view::npos)
+      reason = fmt::format(fmt::runtime(trouble.text), text);
+  }
   if (IsClustered() && code == maria_error::kDeadlock)
     reason = fmt::format("another node of the cluster was written to at the same time ({})", text);
-  if (code == maria_error::kNotReady)
-    reason = fmt::format(
-        "the store is unavailable: the node is cut off from its cluster, or joins it just now ({})", text);
   const MariaFailure failure(reason, code, fmt::format("{} at {}: ", name_, Server()));
   if (failure.IsLost()) Close();
   throw failure;
@@ -145,6 +198,8 @@ bool MariaConnection::ConnectTo(const MariaHost& host, std::string& failure, uns
   const unsigned int protocol = host.name.empty() ? MYSQL_PROTOCOL_SOCKET : MYSQL_PROTOCOL_TCP;
   const my_bool isOn = 1;
   const my_bool verifies = address_.tls == TlsUse::kVerify ? 1 : 0;
+  const unsigned int isOff = 0;
+  mysql_options(handle, MYSQL_OPT_LOCAL_INFILE, &isOff);
   mysql_options(handle, MYSQL_OPT_PROTOCOL, &protocol);
   mysql_options(handle, MYSQL_SET_CHARSET_NAME, "latin1");
   mysql_options(handle, MYSQL_OPT_CONNECT_TIMEOUT, &address_.connectSeconds);
@@ -156,17 +211,23 @@ bool MariaConnection::ConnectTo(const MariaHost& host, std::string& failure, uns
                                                                   {MYSQL_OPT_SSL_CERT, &address_.tlsCert},
                                                                   {MYSQL_OPT_SSL_KEY, &address_.tlsKey}};
     for (const auto& [option, file] : kFiles) {
-      if (!file->empty()) mysql_options(handle, option, file->c_str());
+      if (!file->empty()) mysql_options(handle, option, ToUtf8(*file).c_str());
     }
   }
   mysql_options(handle, MYSQL_OPT_SSL_VERIFY_SERVER_CERT, &verifies);
-  const bool isThere =
+  const std::string socket = ToUtf8(address_.socket);
+  bool isThere =
       mysql_real_connect(handle, host.name.empty() ? nullptr : host.name.c_str(), address_.user.c_str(),
                          password_.c_str(), address_.database.c_str(), host.port,
-                         address_.socket.empty() ? nullptr : address_.socket.c_str(),
-                         CLIENT_FOUND_ROWS) != nullptr;
+                         socket.empty() ? nullptr : socket.c_str(), CLIENT_FOUND_ROWS) != nullptr;
   code = mysql_errno(handle);
   failure = mysql_error(handle);
+  // The library goes on without, where the server offers none.
+  if (isThere && address_.tls != TlsUse::kOff && mysql_get_ssl_cipher(handle) == nullptr) {
+    isThere = false;
+    code = CR_SSL_CONNECTION_ERROR;
+    failure = "the server offers no encryption";
+  }
   if (!isThere) Close();
   return isThere;
 }
@@ -196,7 +257,8 @@ bool MariaConnection::ConnectToFirst(NodeState least, std::string& failures, boo
     }
     for (const KnownRefusal& refusal : kRefusals) {
       if (refusal.code != code) continue;
-      failure = fmt::format(fmt::runtime(refusal.text), address_.user, address_.database, failure);
+      failure = fmt::format(fmt::runtime(refusal.text), QuoteIfNeeded(address_.user),
+                            QuoteIfNeeded(address_.database), failure);
       if (!MariaFailure("", code).IsLost()) Fail(code, failure);
     }
     if (MariaFailure(failure, code).IsRefusal())
@@ -216,11 +278,8 @@ void MariaConnection::Connect() {
     ++generation_;
     return;
   }
-  throw MariaFailure(
-      fmt::format("{}: the store is unavailable: no server answers at {}; it is tried anew with the "
-                  "next sentence",
-                  name_, failures),
-      CR_CONN_HOST_ERROR);
+  throw MariaFailure(fmt::format("{}: the store is unavailable: no server answers at {}", name_, failures),
+                     CR_CONN_HOST_ERROR);
 }
 
 void MariaConnection::SetUpSession() {
@@ -236,7 +295,8 @@ void MariaConnection::SetUpSession() {
               "collation_connection = 'latin1_nopad_bin', sql_mode = 'ANSI_QUOTES,PIPES_AS_CONCAT,"
               "NO_BACKSLASH_ESCAPES,STRICT_TRANS_TABLES,NO_ENGINE_SUBSTITUTION', autocommit = 1, "
               "tx_isolation = 'REPEATABLE-READ', innodb_lock_wait_timeout = 10, lock_wait_timeout = 10, "
-              "idle_transaction_timeout = 60, max_statement_time = {}",
+              "idle_transaction_timeout = 60, tx_read_only = 0, sql_select_limit = 18446744073709551615, "
+              "sql_big_selects = 1, max_statement_time = {}",
               address_.answerSeconds > kSecondsForRefusal ? address_.answerSeconds - kSecondsForRefusal : 1),
           IfLost::kFail);
   bool isClustered = false;
@@ -328,6 +388,8 @@ MariaConnection::Prepared& MariaConnection::Prepare(const std::string& sql) {
 // What isn't prepared yet is prepared and executed in one round trip.
 MariaConnection::Prepared& MariaConnection::ExecutePrepared(const std::string& sql,
                                                             std::span<const std::string_view> parameters) {
+  RefuseLarge(std::accumulate(parameters.begin(), parameters.end(), sql.size(),
+                              [](std::size_t sum, std::string_view text) { return sum + text.size(); }));
   Prepared* known = FindPrepared(sql);
   Prepared& prepared = known != nullptr ? *known : AddPrepared(sql);
   MYSQL_STMT* statement = prepared.statement;
@@ -454,6 +516,7 @@ void MariaConnection::Execute(std::string_view sql, IfLost ifLost) {
 
 std::uint64_t MariaConnection::StartRun(std::string_view sql, std::size_t& columns) {
   Connect();
+  RefuseLarge(sql.size());
   if (mysql_real_query(handle_, sql.data(), sql.size()) != 0)
     Fail(mysql_errno(handle_), mysql_error(handle_));
   columns = mysql_field_count(handle_);
@@ -494,7 +557,10 @@ void MariaConnection::Interrupt() noexcept {
 }
 
 struct MariaConnection::Interruptible::Watch {
-  explicit Watch(MariaConnection& watched) : connection(watched), over(eventfd(0, EFD_CLOEXEC)) {}
+  explicit Watch(MariaConnection& watched)
+      : connection(watched), address(watched.address_), over(eventfd(0, EFD_CLOEXEC)) {
+    address.hosts.assign(1, watched.address_.hosts[watched.host_]);
+  }
   ~Watch() { close(over); }
 
   void Run(unsigned long statement) const {
@@ -502,10 +568,8 @@ struct MariaConnection::Interruptible::Watch {
     while (poll(signals, std::size(signals), -1) < 0 && errno == EINTR) {
     }
     if ((signals[0].revents & POLLIN) == 0) return;
-    MariaAddress address = connection.address_;
-    address.hosts.assign(1, connection.address_.hosts[connection.host_]);
     try {
-      MariaConnection second(std::move(address), connection.password_, connection.name_);
+      MariaConnection second(address, connection.password_, connection.name_);
       second.Execute(fmt::format("KILL QUERY {}", statement), IfLost::kFail);
     } catch (const StoreFailure&) {
       // What can't be ended so ends by its time limit.
@@ -513,15 +577,16 @@ struct MariaConnection::Interruptible::Watch {
   }
 
   MariaConnection& connection;
+  MariaAddress address;  // of the server that it is connected to
   int over;
   std::thread thread;
 };
 
-MariaConnection::Interruptible::Interruptible(MariaConnection& connection)
-    : watch_(std::make_unique<Watch>(connection)) {
-  connection.Connect();
+MariaConnection::Interruptible::Interruptible(MariaConnection& connection) {
   std::uint64_t stale = 0;
   [[maybe_unused]] const ssize_t drained = read(connection.interruptSignal_, &stale, sizeof stale);
+  connection.Connect();
+  watch_ = std::make_unique<Watch>(connection);
   const SignalsBlocked blocked;
   watch_->thread =
       std::thread([watch = watch_.get(), id = mysql_thread_id(connection.handle_)] { watch->Run(id); });

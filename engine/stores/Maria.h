@@ -48,9 +48,16 @@ class MariaFailure : public StoreFailure {
 
 namespace maria_error {
 inline constexpr unsigned kNotReady = 1047, kNull = 1048, kUnknownColumn = 1054, kNoSuchTable = 1146,
-                          kTableChanged = 1412, kResultTooLarge = 1104, kDeadlock = 1213, kLockWait = 1205,
-                          kDuringCommit = 1180, kInterrupted = 1317;
+                          kNoSuchIndex = 1176, kTableChanged = 1412, kUnknownTable = 1109,
+                          kResultTooLarge = 1104, kDeadlock = 1213, kLockWait = 1205, kDuringCommit = 1180,
+                          kInterrupted = 1317, kReadOnly = 1290, kTooLarge = 1301;
 }
+
+// A name as SQL that a message gives takes it.
+std::string QuoteIfNeeded(std::string_view name);
+
+inline constexpr const char* kReadOnlyServer =
+    "the server is read-only, a replica perhaps; name the one that takes writes in the account's address";
 
 // Rows of an answer, all of them.
 class MariaRows {
@@ -104,17 +111,19 @@ class MariaConnection {
   bool IsClustered() const { return node_ != NodeState::kAlone; }
   // In bytes, that a statement can hold beside what belongs to it; as of the last connection.
   std::size_t LargestText() const { return largestText_; }
+  // That `what` is larger than that.
+  std::string TooLarge(std::string_view what, std::size_t size) const;
 
   // A statement that the server prepares, at its first use on this connection. Parameters are texts.
   MariaRows Query(const std::string& sql, std::span<const std::string_view> parameters, IfLost ifLost);
-  // The number of rows that it changed: 0 where nothing was to be changed.
+  // The number of rows that it met, those included that were already as it makes them.
   std::uint64_t Change(const std::string& sql, std::span<const std::string_view> parameters, IfLost ifLost);
   // The same statement for several rows of parameters, in one message. parameters[row * width + column].
   void ChangeMany(const std::string& sql, std::size_t width, std::span<const std::string_view> parameters);
   // A statement as it stands.
   void Execute(std::string_view sql, IfLost ifLost);
   // A statement as it stands, interruptible; its rows are handed out one by one. False from `row` ends it.
-  // Returns the number of changed rows. `startRows` is told the number of columns when there are any.
+  // Returns the number of rows it met. `startRows` is told the number of columns when there are any.
   template <typename Start, typename Row>
   std::uint64_t Run(std::string_view sql, const Start& startRows, const Row& row);
 
@@ -137,6 +146,7 @@ class MariaConnection {
   Prepared& ExecutePrepared(const std::string& sql, std::span<const std::string_view> parameters);
   void Forget(const Prepared& prepared);
   MariaRows Fetch(Prepared& prepared);
+  void RefuseLarge(std::size_t size) const;
   [[noreturn]] void Fail(unsigned code, std::string_view text);
   [[noreturn]] void FailStatement(Prepared& prepared);
   template <typename Action>

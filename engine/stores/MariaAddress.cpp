@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <charconv>
 #include <optional>
+#include <utility>
 
 namespace nvadmin::engine {
 
@@ -92,6 +94,12 @@ std::string ReadHost(std::string_view text, MariaHost& host) {
   host.port = kDefaultPort;
   std::string_view port = text.substr(end);
   if (host.name.empty()) return "a host has no name";
+  const std::string_view kOfNames = inBrackets ? ":.%" : ".-_";
+  const auto isOfName = [kOfNames](unsigned char c) {
+    return std::isalnum(c) != 0 || kOfNames.find(static_cast<char>(c)) != std::string_view::npos;
+  };
+  if (!std::all_of(host.name.begin(), host.name.end(), isOfName))
+    return fmt::format("'{}' is no name of a host", host.name);
   if (port.empty()) return {};
   port.remove_prefix(1);
   const auto [last, fault] = std::from_chars(port.data(), port.data() + port.size(), host.port);
@@ -100,12 +108,15 @@ std::string ReadHost(std::string_view text, MariaHost& host) {
 }
 
 std::string ReadOptions(std::string_view options, MariaAddress& address) {
+  std::array<bool, std::size(kOptions)> isGiven{};
   while (!options.empty()) {
     std::string_view value = CutOff(options, '&');
     const std::string_view word = CutOff(value, '=');
     const auto option = std::find_if(std::begin(kOptions), std::end(kOptions),
                                      [word](const Option& known) { return known.word == word; });
     if (option == std::end(kOptions)) return fmt::format("there is no option '{}'", word);
+    if (std::exchange(isGiven[static_cast<std::size_t>(option - kOptions)], true))
+      return fmt::format("the option {} is given twice", word);
     std::optional<std::string> decoded = Decoded(value);
     if (!decoded || !option->take(std::move(*decoded), address))
       return fmt::format("'{}' is no value of the option {}", value, word);
@@ -142,10 +153,13 @@ std::string Read(std::string_view text, MariaAddress& address) {
   if (endsInComma) return "a host has no name";
   const bool isNear = std::all_of(address.hosts.begin(), address.hosts.end(),
                                   [](const MariaHost& host) { return host.IsThisMachine(); });
-  address.tls = isNear ? TlsUse::kOff : TlsUse::kVerify;
+  const bool choosesTls = fmt::format("&{}", options).find("&tls=") != std::string::npos;
   const std::string fault = ReadOptions(options, address);
   if (!fault.empty()) return fault;
+  if (!address.socket.empty() && !address.hosts.empty()) return "it names a host and a socket";
   if (!address.socket.empty()) address.hosts.assign(1, {});
+  const bool hasTlsFiles = !address.tlsCa.empty() || !address.tlsCert.empty() || !address.tlsKey.empty();
+  if (!choosesTls) address.tls = isNear && !hasTlsFiles ? TlsUse::kOff : TlsUse::kVerify;
   return address.hosts.empty() ? "it names neither a host nor a socket" : "";
 }
 
@@ -169,8 +183,10 @@ bool ReadMariaAddress(std::string_view text, MariaAddress& address, std::string&
     return true;
   }
   // What may be a password isn't shown.
-  const std::string_view behindScheme = text.substr(std::min(text.find("//"), text.size()));
-  const bool mayHoldPassword = behindScheme.find(':') < behindScheme.rfind('@');
+  const std::size_t scheme = text.find("://");
+  const std::string_view behindScheme = text.substr(scheme == std::string_view::npos ? 0 : scheme + 1);
+  const bool mayHoldPassword = behindScheme.find(':') < behindScheme.rfind('@') ||
+                               behindScheme.find("passw", behindScheme.find('?')) != std::string_view::npos;
   error = fmt::format(
       "{} is no address of a database: {}; the form is mariadb://USER@HOST:PORT/DATABASE, with more hosts "
       "behind commas and options such as ?socket=PATH behind it",

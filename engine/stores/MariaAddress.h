@@ -5,10 +5,10 @@
 // Port 3306 unless told otherwise; an IPv6 address stands in brackets. "%" and two hexadecimal digits stand
 // for a byte that has a meaning here. A password has no place in it. Options:
 //
-// * socket=PATH: the server's socket on this machine; HOST may then be missing
+// * socket=PATH: the server's socket on this machine; no HOST then
 // * password-file=PATH: its first line is the password
-// * tls=verify, on or off: with "on" all is encrypted, whoever the server is. Beyond this machine verify is
-//   the default, else off.
+// * tls=verify, on or off: with "on" all is encrypted, whoever the server is. Beyond this machine, and
+//   with one of the next three, verify is the default, else off.
 // * tls-ca=PATH, tls-cert=PATH, tls-key=PATH: what signed the server's certificate, and what proves the user
 // * connect-timeout=SECONDS for one host, 5 unless told otherwise; timeout=SECONDS for an answer, 60
 #pragma once

@@ -15,6 +15,7 @@ namespace nvadmin::engine {
 namespace {
 
 constexpr std::int64_t kFormat = 1;
+constexpr int kMostTries = 4;
 constexpr std::int32_t kMostColumns = 1999;    // as on an embedded account
 constexpr std::int64_t kLongestKey = 3072;     // in bytes, of an index of the server
 constexpr std::size_t kLongestName = 64;       // in characters, of a table of the server
@@ -68,7 +69,14 @@ std::int64_t TighterLimit(std::int64_t one, std::int64_t other) {
   return std::min(one, other);
 }
 
-// "C 2 25 35 0": layout, real columns, and the limits of A0, A1 ...
+// What a table was made as.
+struct Declared {
+  Layout layout = Layout::kItem;
+  std::int32_t realColumns = 0;
+  std::vector<std::int64_t> limits;  // of A0, A1 ...
+};
+
+// "C 2 25 35 0": layout, real columns, limits.
 std::string WriteDeclaration(const NewTable& table, std::int32_t realColumns) {
   std::string text = fmt::format("{} {}", table.layout == Layout::kItem ? 'I' : 'C', realColumns);
   for (std::size_t column = 0; column < table.columns.size(); ++column) {
@@ -78,14 +86,23 @@ std::string WriteDeclaration(const NewTable& table, std::int32_t realColumns) {
   return text;
 }
 
-std::vector<std::int64_t> NumbersIn(std::string_view text) {
+// False: it is no declaration.
+bool ReadDeclaration(std::string_view text, Declared& declared) {
+  if (!text.starts_with("C ") && !text.starts_with("I ")) return false;
+  declared.layout = text[0] == 'I' ? Layout::kItem : Layout::kColumns;
   std::vector<std::int64_t> numbers;
-  while (!text.empty()) {
+  for (text.remove_prefix(1); !text.empty();) {
+    text.remove_prefix(1);
     const std::size_t length = std::min(text.find(' '), text.size());
     numbers.push_back(NumberOf(text.substr(0, length)));
-    text.remove_prefix(std::min(length + 1, text.size()));
+    if (numbers.back() < 0) return false;
+    text.remove_prefix(length);
   }
-  return numbers;
+  if (numbers.size() < 3 || numbers.size() > kMostColumns + 2) return false;
+  if (numbers[0] < 1 || numbers[0] > std::ssize(numbers) - 2) return false;
+  declared.realColumns = static_cast<std::int32_t>(numbers[0]);
+  declared.limits.assign(numbers.begin() + 1, numbers.end());
+  return true;
 }
 
 }  // namespace
@@ -94,52 +111,66 @@ bool IsReservedName(std::string_view folded) { return folded.starts_with(kReserv
 
 // ---- The database
 
-// True for an account's database; it may be of a format that is an obstacle.
-bool MariaCatalogue::IsClaimed(std::string& obstacle) {
+// True for an account's database that lacks nothing and is of this program's format.
+bool MariaCatalogue::IsWhole() {
   try {
-    const MariaRows state =
-        connection_.Query("SELECT format FROM nvadmin_state WHERE id = 1", {}, IfLost::kAgain);
-    if (state.Count() == 1 && state.Integer(0, 0) > kFormat) {
-      obstacle =
-          fmt::format("database {} is of format {}, made by a newer version of this program; use that one",
-                      connection_.Address().database, state.Integer(0, 0));
-    }
-    return state.Count() == 1;
+    const MariaRows state = connection_.Query(
+        "SELECT format, EXISTS (SELECT 1 FROM nvadmin_files), EXISTS (SELECT 1 FROM nvadmin_programs), "
+        "EXISTS (SELECT 1 FROM nvadmin_locks) FROM nvadmin_state WHERE id = 1",
+        {}, IfLost::kAgain);
+    return state.Count() == 1 && state.Integer(0, 0) <= kFormat;
   } catch (const MariaFailure& failure) {
-    if (failure.Code() != maria_error::kNoSuchTable) throw;
+    if (failure.Code() != maria_error::kNoSuchTable && failure.Code() != maria_error::kUnknownTable) throw;
     return false;
   }
 }
 
+// What the programs share is made anew, when it is lost; the account's state, and how its files are declared,
+// can't be.
 std::string MariaCatalogue::FindObstacle() {
-  std::string obstacle;
-  if (IsClaimed(obstacle)) return obstacle;
+  if (IsWhole()) return {};
   const std::string& database = connection_.Address().database;
+  enum { kCollationName, kFiles, kState, kDeclarations };
   const MariaRows found = connection_.Query(
-      "SELECT @@collation_database, (SELECT count(*) FROM information_schema.TABLES "
-      "WHERE TABLE_SCHEMA = DATABASE() AND LEFT(TABLE_NAME, 8) <> 'nvadmin_')",
+      "SELECT @@collation_database, SUM(LEFT(TABLE_NAME, 8) <> 'nvadmin_'), SUM(TABLE_NAME = "
+      "'nvadmin_state'), SUM(TABLE_NAME = 'nvadmin_files') FROM information_schema.TABLES "
+      "WHERE TABLE_SCHEMA = DATABASE()",
       {}, IfLost::kAgain);
-  if (found.Integer(0, 1) > 0) {
+  std::int64_t format = 0;
+  if (found.Integer(0, kState) > 0) {
+    const MariaRows state =
+        connection_.Query("SELECT format FROM nvadmin_state WHERE id = 1", {}, IfLost::kAgain);
+    if (state.Count() > 0) format = state.Integer(0, 0);
+  }
+  if (format > kFormat) {
+    return fmt::format("database {} is of format {}, made by a newer version of this program; use that one",
+                       database, format);
+  }
+  if (found.Integer(0, kFiles) == 0) {
+    if (found.Text(0, kCollationName) == kCollation) return {};
+    return fmt::format(
+        "database {0} has the collation {1}, under which item IDs aren't exact; change it with ALTER "
+        "DATABASE {2} CHARACTER SET latin1 COLLATE {3}",
+        database, found.Text(0, kCollationName), QuoteIfNeeded(database), kCollation);
+  }
+  if (found.Integer(0, kState) == 0) {
     return fmt::format(
         "database {} holds tables, but isn't an account's; an account needs a database of its own, "
         "made with CREATE DATABASE ... CHARACTER SET latin1 COLLATE {}",
         database, kCollation);
   }
-  if (found.Text(0, 0) != kCollation) {
+  if (found.Integer(0, kDeclarations) == 0) {
     return fmt::format(
-        "database {} has the collation {}, under which item IDs aren't exact; change it with ALTER DATABASE "
-        "{} CHARACTER SET latin1 COLLATE {}",
-        database, found.Text(0, 0), database, kCollation);
+        "database {} lacks the table nvadmin_files, which tells how its files were declared; restore it",
+        database);
   }
-  return {};
+  return format == 0 ? EmptyState() : "";
 }
 
 void MariaCatalogue::Claim() {
-  std::string obstacle;
-  const bool isClaimed = IsClaimed(obstacle);
-  if (!isClaimed) obstacle = FindObstacle();
+  if (IsWhole()) return;
+  const std::string obstacle = FindObstacle();
   if (!obstacle.empty()) throw StoreFailure(obstacle);
-  if (isClaimed) return;
   for (const std::string_view table : kOwnTables)
     connection_.Execute(fmt::format("CREATE TABLE IF NOT EXISTS {} {}", table, kTableOptions), IfLost::kFail);
   connection_.Execute(
@@ -147,20 +178,38 @@ void MariaCatalogue::Claim() {
       IfLost::kFail);
 }
 
-std::int64_t MariaCatalogue::VersionIn(const MariaRows& rows) const {
-  if (rows.Count() > 0 && !rows.IsNull(0, 0)) return rows.Integer(0, 0);
-  throw StoreFailure(fmt::format(
+std::string MariaCatalogue::EmptyState() const {
+  return fmt::format(
       "database {}: somebody emptied the table nvadmin_state; restore it, or make the account's "
       "database usable again with INSERT INTO nvadmin_state (id, format, version) VALUES (1, {}, 1)",
-      connection_.Address().database, kFormat));
+      connection_.Address().database, kFormat);
+}
+
+std::int64_t MariaCatalogue::VersionIn(const MariaRows& rows) const {
+  if (rows.Count() > 0 && !rows.IsNull(0, 0)) return rows.Integer(0, 0);
+  throw StoreFailure(EmptyState());
 }
 
 std::int64_t MariaCatalogue::Version() {
   return VersionIn(connection_.Query("SELECT version FROM nvadmin_state WHERE id = 1", {}, IfLost::kAgain));
 }
 
+// Whoever writes just now is waited for, several times over.
 void MariaCatalogue::RaiseVersion() {
-  connection_.Execute("UPDATE nvadmin_state SET version = version + 1 WHERE id = 1", IfLost::kFail);
+  for (int tries = 1;; ++tries) {
+    try {
+      return connection_.Execute("UPDATE nvadmin_state SET version = version + 1 WHERE id = 1",
+                                 IfLost::kFail);
+    } catch (const MariaFailure& failure) {
+      const bool isInTheWay =
+          failure.Code() == maria_error::kLockWait || failure.Code() == maria_error::kDeadlock;
+      if (isInTheWay && tries < kMostTries) continue;
+      throw StoreFailure(fmt::format(
+          "{}; the table is changed, but other sessions may know it as it was until they enter the account "
+          "anew",
+          failure.what()));
+    }
+  }
 }
 
 // ---- Tables
@@ -261,25 +310,20 @@ std::string MariaCatalogue::TakeDeclared(std::string_view spelling, Found& found
       "WHERE TABLE_SCHEMA = DATABASE() AND TABLE_NAME = ? AND CONSTRAINT_TYPE <> 'PRIMARY KEY') FROM "
       "nvadmin_files WHERE number = ?",
       parameters, IfLost::kAgain);
-  const std::string_view text = rows.Count() == 1 ? rows.Text(0, 0) : "";
-  if (text.size() < 2) {
-    found.number = 0;
-    found.hasRest = false;
-    return {};
-  }
-  const std::vector<std::int64_t> numbers = NumbersIn(text.substr(2));
-  const Layout layout = text[0] == 'I' ? Layout::kItem : Layout::kColumns;
-  std::vector<std::int64_t> limits(numbers.begin() + 1, numbers.end());
-  const bool needsRest = static_cast<std::int64_t>(limits.size()) - 1 > numbers[0];
-  if (found.description.layout != layout) return "it isn't laid out as it was made";
-  if (found.realColumns < numbers[0]) return fmt::format("it lacks column A{}", found.realColumns + 1);
+  Declared declared;
+  if (rows.Count() == 0 || !ReadDeclaration(rows.Text(0, 0), declared))
+    return fmt::format("how it was made is no longer to be read in row {} of nvadmin_files", found.number);
+  const bool needsRest = std::ssize(declared.limits) - 1 > declared.realColumns;
+  if (found.description.layout != declared.layout) return "it isn't laid out as it was made";
+  if (found.realColumns < declared.realColumns)
+    return fmt::format("it lacks column A{}", found.realColumns + 1);
   if (needsRest && !found.hasRest) return fmt::format("it lacks column {}", kRestColumn);
-  found.mayRefuse = found.hasOthers || found.realColumns > numbers[0] || rows.Integer(0, 1) != 0;
-  found.realColumns = static_cast<std::int32_t>(numbers[0]);
+  found.mayRefuse = found.hasOthers || found.realColumns > declared.realColumns || rows.Integer(0, 1) != 0;
+  found.realColumns = declared.realColumns;
   found.hasRest = needsRest;
   for (std::int32_t column = 0; column <= found.realColumns; ++column)
-    limits[column] = TighterLimit(limits[column], found.description.limits[column]);
-  found.description.limits = std::move(limits);
+    declared.limits[column] = TighterLimit(declared.limits[column], found.description.limits[column]);
+  found.description.limits = std::move(declared.limits);
   found.mayBeNull.resize(found.realColumns);
   return {};
 }
@@ -307,7 +351,12 @@ bool MariaCatalogue::Find(std::string_view folded, Found& found) {
   if (found.number == 0) found.hasRest = false;
   if (lack.empty()) return true;
   found.fault = UnusableAsFile(spelling, lack);
-  if (isChanged) found.fault += "; somebody changed the table by hand";
+  if (isChanged) {
+    found.fault += fmt::format(
+        "; somebody changed the table by hand: change it back, or remove it with DROP "
+        "TABLE {}",
+        found.sqlName);
+  }
   return true;
 }
 
@@ -319,6 +368,7 @@ bool MariaCatalogue::RunOwn(const std::string& sql, std::string& error) {
     connection_.Execute(sql, IfLost::kFail);
     return true;
   } catch (const MariaFailure& failure) {
+    if (failure.IsLost()) throw StoreFailure(fmt::format("{}; {}", failure.what(), kUnknownChange));
     if (!failure.IsRefusal()) throw;
     error = failure.Reason();
     return false;
@@ -379,9 +429,13 @@ bool MariaCatalogue::Make(const NewTable& table, std::string& error) {
 bool MariaCatalogue::Drop(const Found& found, std::string& error) {
   if (!RunOwn("DROP TABLE " + found.sqlName, error)) return false;
   RaiseVersion();
-  if (found.number != 0)
-    connection_.Execute(fmt::format("DELETE FROM nvadmin_files WHERE number = {}", found.number),
-                        IfLost::kFail);
+  if (found.number == 0) return true;
+  // A copy that somebody made of it by SQL is declared by the same row.
+  connection_.Execute(
+      fmt::format("DELETE FROM nvadmin_files WHERE number = {0} AND NOT EXISTS (SELECT 1 FROM "
+                  "information_schema.TABLES WHERE TABLE_SCHEMA = DATABASE() AND TABLE_COMMENT = '{1}{0}')",
+                  found.number, kComment),
+      IfLost::kFail);
   return true;
 }
 

@@ -23,6 +23,9 @@ namespace nvadmin::engine {
 
 inline constexpr std::int32_t kMostRealColumns = 150;
 inline constexpr std::string_view kRestColumn = "A+";
+// Behind what was lost while the server changed a table.
+inline constexpr std::string_view kUnknownChange =
+    "whether the change of the table is done is not known: look";
 
 class MariaCatalogue {
  public:
@@ -43,8 +46,8 @@ class MariaCatalogue {
 
   // Makes our own tables where they are missing. Fails with FindObstacle's text.
   void Claim();
-  // Why the database can't be an account's, with the way out: it holds others' tables, or has another
-  // character set; empty: it can.
+  // Why the database can't be an account's, with the way out: it holds others' tables, has another character
+  // set, or has lost what its files can't do without; empty: it can.
   std::string FindObstacle();
 
   // Of the tables: the first column of an answer in which it comes along. Fails when there is none, since the
@@ -55,14 +58,17 @@ class MariaCatalogue {
   bool Find(std::string_view folded, Found& found);
   // All that may be files, as they are spelled, in no order.
   std::vector<std::string> Names();
-  // Each is on disk when it returns, and raises the version. What the server refuses is in `error`.
+  // Each is on disk when it returns, and the first two raise the version. What the server refuses is in
+  // `error`.
   bool Make(const NewTable& table, std::string& error);
   bool Drop(const Found& found, std::string& error);
   bool Clear(const Found& found, std::string& error);
+  // Behind a change of tables: what sessions know of them they read anew.
   void RaiseVersion();
 
  private:
-  bool IsClaimed(std::string& obstacle);
+  bool IsWhole();
+  std::string EmptyState() const;
   bool FindSpelling(std::string_view folded, std::string& spelling, std::string& type, std::int64_t& number);
   std::string ReadColumns(std::string_view spelling, Found& found);
   std::string TakeDeclared(std::string_view spelling, Found& found);

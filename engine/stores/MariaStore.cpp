@@ -128,7 +128,7 @@ MariaStore::OpenedTable& MariaStore::UseToRead(TableHandle table) {
 }
 
 std::string MariaStore::NoSuchTable(std::string_view name) {
-  return fmt::format("there is no table {} in account {}", name, account_);
+  return fmt::format("{}{} in account {}", kNoSuchTable, name, account_);
 }
 
 void MariaStore::Refresh(OpenedTable& opened) {
@@ -202,6 +202,7 @@ bool MariaStore::ReadAsDescribed(const Action& action) {
     // than the table stays so.
     const bool isOutdated = failure.Code() == maria_error::kNoSuchTable ||
                             failure.Code() == maria_error::kUnknownColumn ||
+                            failure.Code() == maria_error::kNoSuchIndex ||
                             (failure.Code() == maria_error::kTableChanged && !writesAreOpen_);
     if (!isOutdated) throw;
     ForgetTables();
@@ -220,8 +221,15 @@ bool MariaStore::ReadRows(OpenedTable& opened, const std::string& values,
   for (std::size_t at = 1; at < count; ++at) marks += ",?";
   std::vector<std::string_view> parameters(ids.begin(), ids.end());
   parameters.resize(count, ids.back());
+  // An ID that no item can have isn't sent.
+  const auto limit = static_cast<std::size_t>(opened.Description().limits[0]);
+  for (std::string_view& id : parameters) {
+    if (limit > 0 && id.size() > limit) id = {};
+  }
+  // Without its primary key a table may have several rows of an item.
   const std::string sql = fmt::format(
-      "SELECT s.version, t.A0{}{} FROM nvadmin_state s LEFT JOIN {} t ON t.A0 IN ({}) WHERE s.id = 1",
+      "SELECT s.version, t.A0{}{} FROM nvadmin_state s LEFT JOIN {} t FORCE INDEX (PRIMARY) ON t.A0 IN ({}) "
+      "WHERE s.id = 1",
       values.empty() ? "" : ",", values, opened.found.sqlName, marks);
   SendGathered();
   return Guarded([&] {
@@ -241,8 +249,9 @@ bool MariaStore::FindRow(TableHandle table, std::string_view id, const std::stri
     OpenedTable& opened = UseToRead(table);
     MariaRows rows;
     if (opened.IsUsable() && !ReadRows(opened, values(opened), {&id, 1}, rows)) continue;
+    const bool isThere = rows.Count() > 0 && !rows.IsNull(0, 1) && rows.Text(0, 1) == id;
     value.clear();
-    if (rows.Count() == 0 || rows.IsNull(0, 1)) return false;
+    if (!isThere) return false;
     if (rows.Columns() == 2) return true;
     if (rows.IsNull(0, 2)) {
       throw StoreFailure(TooLargeToRead(opened.Description().name, id));
@@ -513,10 +522,8 @@ void MariaStore::BeginWrites() {
         "SELECT version, @@global.read_only FROM nvadmin_state WHERE id = 1 FOR UPDATE", {}, IfLost::kFail);
     const std::int64_t version = catalogue_.VersionIn(state);
     if (state.Integer(0, 1) != 0) {
-      throw StoreFailure(fmt::format(
-          "account {} can't be written to: the server at {} is read-only, a replica perhaps; name "
-          "the one that takes writes in the account's address",
-          account_, connection_.Server()));
+      throw StoreFailure(
+          fmt::format("account {} at {}: {}", account_, connection_.Server(), kReadOnlyServer));
     }
     NoteVersion(version);
     // The row lock is of this node alone. Of two changes of the row that don't know each other, made on two
@@ -542,8 +549,8 @@ void MariaStore::Commit() {
   try {
     connection_.Execute("COMMIT", IfLost::kFail);
   } catch (const MariaFailure& failure) {
-    // The server, or the rest of its cluster, may have taken the word and not come to answer.
-    const bool isKnown = !failure.IsLost() && failure.Code() != maria_error::kDuringCommit;
+    // Elsewise the server, or the rest of its cluster, may have taken the word and not come to answer.
+    const bool isKnown = failure.Code() == maria_error::kDeadlock || failure.Code() == maria_error::kReadOnly;
     const std::string_view outcome =
         isKnown
             ? kLostWrites
@@ -611,7 +618,8 @@ void MariaStore::SendGathered() {
     return;
   } catch (const MariaFailure& failure) {
     const std::string& name = sent.table->Description().name;
-    reason = failure.IsRefusal() ? fmt::format("table {}: {}", name, RefusalOf(failure)) : failure.what();
+    const bool isOfTable = failure.IsRefusal() || failure.Code() == maria_error::kLockWait;
+    reason = isOfTable ? fmt::format("table {}: {}", name, RefusalOf(failure)) : failure.what();
   } catch (const StoreFailure& failure) {
     reason = failure.what();
   }
@@ -641,9 +649,8 @@ bool MariaStore::Write(TableHandle table, std::string_view id, std::string_view 
   OpenedTable& opened = Use(table);
   if (!IsWritable(opened, error) || !FitItem(opened.Description(), id, item, columns_, error)) return false;
   if (item.size() > connection_.LargestText()) {
-    error = fmt::format(
-        "{}: the item has {} characters, {} is the most that the server's max_allowed_packet lets through",
-        NameItem(opened.Description().name, id), item.size(), connection_.LargestText());
+    error = fmt::format("{}: {}", NameItem(opened.Description().name, id),
+                        connection_.TooLarge("the item", item.size()));
     return false;
   }
   const std::size_t ofParameters = (gathered_.ends.size() + opened.Width()) * kParameterOverhead;

@@ -17,6 +17,7 @@ constexpr std::string_view kRunsNoStatements =
     "a sentence is SELECT, INSERT, UPDATE, DELETE, REPLACE, or makes, alters or drops a "
     "table, index or view";
 constexpr std::string_view kIsOurs = "it is this store's own";
+constexpr std::string_view kReturning = "a change tells how many rows it changed; read them behind it";
 
 enum class Effect { kRows, kChange, kTables };
 struct Allowed {
@@ -131,6 +132,8 @@ std::string MariaStore::RefuseReach(const std::vector<SqlToken>& tokens) {
     if (IsSymbol(token, "@")) return SqlRefusal("a variable (@)", kReachesOutside);
     const bool isOption = (isOfTables && IsOneOf(kRefusedOptions, token)) || IsOneOf(kRefusedTargets, token);
     if (isOption) return SqlRefusal(token.text, kReachesOutside);
+    if (allowed->effect == Effect::kChange && IsSqlWord(token, "RETURNING"))
+      return SqlRefusal(token.text, kReturning);
     if (!MayBeName(token)) continue;
     const std::string name = FoldTableName(UnquotedName(token));
     if (IsReservedName(name)) return SqlRefusal(name, kIsOurs);
@@ -209,7 +212,8 @@ bool MariaStore::RunOtherSql(std::string_view statement, const std::vector<SqlTo
   isQuery = effect == Effect::kRows;
   if (!isQuery) Commit();  // what was written before stays, whatever becomes of this
   try {
-    if (effect == Effect::kChange) BeginWrites();
+    if (!isQuery) BeginWrites();
+    if (effect == Effect::kTables) writesAreOpen_ = false;  // the server commits by itself
     if (isQuery && !writesAreOpen_) connection_.Execute("DO 0", IfLost::kAgain);  // so that it stands
     const std::uint64_t changed = Guarded([&] { return FillGrid(sql, grid); });
     if (effect == Effect::kTables) catalogue_.RaiseVersion();
@@ -219,7 +223,9 @@ bool MariaStore::RunOtherSql(std::string_view statement, const std::vector<SqlTo
                                           : NoteOf(tokens);
     return true;
   } catch (const MariaFailure& failure) {
-    if (effect == Effect::kChange) Rollback();
+    if (!isQuery) Rollback();
+    if (effect == Effect::kTables && failure.IsLost())
+      throw StoreFailure(fmt::format("{}; {}", failure.what(), kUnknownChange));
     if (failure.Code() == maria_error::kInterrupted) throw StoreFailure("interrupted");
     if (!failure.IsRefusal()) throw;
     error = failure.Reason();

@@ -2,8 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <fstream>
+#include <system_error>
 
 #include "engine/CodePage.h"
 #include "engine/stores/MariaStore.h"
@@ -19,13 +21,13 @@ constexpr std::string_view kServerWord = "mysql";
 
 // The first line of the file.
 std::string ReadPassword(const Account& account, const std::filesystem::path& file) {
+  errno = 0;
   std::ifstream stream(file, std::ios::binary);
   std::string password;
   std::getline(stream, password);
   if (stream.bad() || !stream.is_open()) {
-    throw StoreFailure(
-        fmt::format("account {}: the password can't be read from {}; give this user the right to read it",
-                    account.name, ForeignText(file.string())));
+    throw StoreFailure(fmt::format("account {}: the password can't be read from {}: {}", account.name,
+                                   ForeignText(file.string()), std::generic_category().message(errno)));
   }
   if (password.ends_with('\r')) password.pop_back();
   return password;

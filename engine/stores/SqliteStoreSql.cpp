@@ -30,6 +30,24 @@ class FlagRaised {
   bool& flag_;
 };
 
+// An interrupt that came before the first step means nothing to SQLite: so the statement looks for itself.
+class StepsWatched {
+ public:
+  StepsWatched(sqlite3* connection, std::atomic<bool>& interrupted) : connection_(connection) {
+    constexpr int kStepsBetweenLooks = 10'000;
+    sqlite3_progress_handler(
+        connection_, kStepsBetweenLooks,
+        [](void* flag) { return static_cast<int>(static_cast<std::atomic<bool>*>(flag)->load()); },
+        &interrupted);
+  }
+  ~StepsWatched() { sqlite3_progress_handler(connection_, 0, nullptr, nullptr); }
+  StepsWatched(const StepsWatched&) = delete;
+  StepsWatched& operator=(const StepsWatched&) = delete;
+
+ private:
+  sqlite3* connection_;
+};
+
 }  // namespace
 
 int SqliteStore::Authorize(void* store, int action, const char* first, const char* second,
@@ -142,6 +160,7 @@ bool SqliteStore::RunOtherSql(std::string_view statement, const std::vector<SqlT
 bool SqliteStore::FillGrid(sqlite3_stmt* statement, ResultGrid& grid, int& code) {
   constexpr std::uint64_t kCellCost = 8;
   const FlagRaised guarded(isGuarded_);
+  const StepsWatched watched(Connection().Handle(), interrupted_);
   const int columns = sqlite3_column_count(statement);
   if (columns > 0) grid.Start(columns);
   std::uint64_t size = 0;

@@ -116,6 +116,8 @@ struct BatchItem {
 // quotes.
 enum class SentenceBy { kUser, kProgram };
 
+inline constexpr std::string_view kNoSuchTable = "there is no table ";
+
 class Store {
  public:
   virtual ~Store() = default;
@@ -123,7 +125,7 @@ class Store {
   // Finds the table of a file. `name` comes in either spelling: as the add-in maps it (my_file_1,
   // customers_dict) or as a user types it (MY.FILE-1, DICT CUSTOMERS); the dictionary of a dictionary
   // (x_dict_dict) is built in wherever there is an x_dict. False, with `table` unchanged: there is no such
-  // table, or it has not the columns of a file.
+  // table, and `error` begins with kNoSuchTable, or it hasn't the columns of a file.
   virtual bool OpenTable(std::string_view name, TableHandle& table, std::string& error) = 0;
   // As the table is now. Reference valid until the next call of the store.
   virtual const TableDescription& Describe(TableHandle table) = 0;

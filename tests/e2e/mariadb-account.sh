@@ -3,7 +3,7 @@ source "$(dirname "$0")/common.bash"
 
 socket=${NVADMIN_TEST_MARIADB:-}
 [[ -n $socket ]] || { echo "Skipped: no MariaDB server; run the tests through ./test or ctest"; exit 0; }
-as_root() { mariadb --no-defaults -uroot -N -S "$socket" -e "$1"; }
+as_root() { mariadb --no-defaults --default-character-set=utf8mb4 -uroot -N -S "$socket" -e "$1"; }
 database=nv_e2e_$$
 user=e2e_$$
 remove_databases() {
@@ -12,13 +12,13 @@ remove_databases() {
 at_exit=(remove_databases remove_work)
 as_root "CREATE DATABASE $database CHARACTER SET latin1 COLLATE latin1_nopad_bin;
   CREATE DATABASE ${database}_taken; CREATE TABLE ${database}_taken.bills (x INT);
-  CREATE USER $user@localhost IDENTIFIED BY 'pass word'; GRANT ALL ON $database.* TO $user@localhost"
+  CREATE USER $user@localhost IDENTIFIED BY 'päss word'; GRANT ALL ON $database.* TO $user@localhost"
 address() { echo "mariadb://$1@/$2?connect-timeout=1&socket=$socket"; }
 add() { nvadmin account add SALES --datastore MYSQL --store "$@"; }
 
 expect_run "a check" 0 add "$(address root "$database")" --check
 expect_match "what it tells" "$out" \
-  "^server +1[0-9.]+-MariaDB.*connection +.*character set +latin1, collation latin1_nopad_bin.*engine +.*InnoDB.*limits .*rights +GRANT ALL.*database +$database can hold an account$"
+  "^server +1[0-9.]+-MariaDB.*connection +.*character set +latin1, collation latin1_nopad_bin.*engine +.*InnoDB.*limits .*durability +innodb_flush_log_at_trx_commit = [0-2].*rights +GRANT ALL.*database +$database can hold an account$"
 expect_run "a check adds nothing" 0 nvadmin account list
 expect_equal "accounts behind a check" "$out" ""
 expect_run "the database is as it was" 0 as_root "SHOW TABLES IN $database"
@@ -45,15 +45,15 @@ expect_run "another word" 4 nvadmin account add SALES --datastore JET --store "$
 expect_match "another word" "$err" "the datastore word JET has no store at an address"
 
 # The password from the environment, from a file, and typed: then it is kept, for this user alone.
-NVADMIN_STORE_PASSWORD='pass word' expect_run "by the environment" 0 add "$(address "$user" "$database")" --check
-echo 'pass word' >"$work/password"
+NVADMIN_STORE_PASSWORD='päss word' expect_run "by the environment" 0 add "$(address "$user" "$database")" --check
+echo 'päss word' >"$work/password"
 expect_run "by a file" 0 add "$(address "$user" "$database")&password-file=$work/password" --check
-add "$(address "$user" "$database")" <<<'pass word' >/dev/null
+add "$(address "$user" "$database")" <<<'päss word' >/dev/null
 expect_run "added" 0 nvadmin tcl -c 'CREATE-FILE STOCK 2' -c 'PUT STOCK 1 1 Tea' -c 'CT STOCK 1' -c 'LIST STOCK'
 expect_match "items" "$out" "001 Tea"
 expect_run "listed" 0 nvadmin account list
 expect_equal "listed" "$out" "SALES                MYSQL  $(address "$user" "$database")"
-kept=$(grep -rlF 'pass word' "$home")
+kept=$(grep -rlF 'päss word' "$home")
 expect_equal "kept once, for nobody else" "$(wc -l <<<"$kept") $(stat -c %a "$kept")" "1 600"
 
 as_root "ALTER USER $user@localhost IDENTIFIED BY 'new one'"

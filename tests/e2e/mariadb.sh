@@ -67,7 +67,7 @@ expect_run "a write on a replica" 1 sales -c 'PUT STOCK 10 1 Coffee'
 expect_match "a write on a replica" "$out$err" "read-only"
 expect_run "an account on a replica" 1 env NVADMIN_STORE_PASSWORD='a secret' "$program" --home "$home" account add OTHER \
   --datastore MYSQL --store "$address"
-expect_match "an account on a replica" "$err" "the server at this machine is read-only"
+expect_match "an account on a replica" "$err" "this machine: the server is read-only, a replica perhaps; name the one"
 as_root "SET GLOBAL read_only = 0"
 
 # A server that is gone: one line and the exit code of a store that can't be opened.

@@ -108,6 +108,19 @@ TEST_F(MariaServersTest, ThatAreTooOldAreRefused) {
   }
 }
 
+// Nothing is sent in plain text where the address asks for encryption.
+TEST_F(MariaServersTest, WithoutEncryptionAreRefused) {
+  const OwnMariaServer server((folder_ / "plain").string(), "--skip-ssl");
+  ASSERT_TRUE(server.IsThere());
+  MariaDatabase::AsRoot("CREATE DATABASE d CHARACTER SET latin1 COLLATE latin1_nopad_bin", server.Socket());
+  const std::string address = "mariadb://root@/d?socket=" + server.Socket();
+  EXPECT_EQ(FailureOf([&] { Open(address); }), "");
+  for (const char* tls : {"&tls=on", "&tls=verify", "&tls-ca=/etc/hostname"})
+    EXPECT_NE(FailureOf([&] { Open(address + tls); }).find("can't be encrypted as the address asks ("),
+              std::string::npos)
+        << tls;
+}
+
 // Everything at once that another's configuration may bring.
 TEST_F(MariaServersTest, OfOtherSettingsServeAlike) {
   const auto file = [&](const char* name) { return (folder_ / name).string(); };
@@ -128,11 +141,14 @@ TEST_F(MariaServersTest, OfOtherSettingsServeAlike) {
           " --ssl-cert=" + file("server.pem") + " --ssl-key=" + file("server.key") +
           " --max-allowed-packet=1M --skip-character-set-client-handshake "
           "--character-set-server=utf8mb4 --sql-mode=ANSI --default-storage-engine=MyISAM "
-          "--transaction-isolation=READ-UNCOMMITTED --autocommit=0 --lower-case-table-names=0");
+          "--transaction-isolation=READ-UNCOMMITTED --transaction-read-only=1 --max-join-size=5 "
+          "--autocommit=0 --lower-case-table-names=0");
   ASSERT_TRUE(server.IsThere());
-  const auto asRoot = [&](const std::string& sql) { return MariaDatabase::AsRoot(sql, server.Socket()); };
-  EXPECT_EQ(asRoot("SET autocommit = 1; CREATE DATABASE d CHARACTER SET latin1 COLLATE latin1_nopad_bin;"
-                   "SET GLOBAL init_connect = 'SET NAMES utf8mb4';"
+  const auto asRoot = [&](const std::string& sql) {
+    return MariaDatabase::AsRoot("SET autocommit = 1, tx_read_only = 0; " + sql, server.Socket());
+  };
+  EXPECT_EQ(asRoot("CREATE DATABASE d CHARACTER SET latin1 COLLATE latin1_nopad_bin;"
+                   "SET GLOBAL init_connect = 'SET NAMES utf8mb4, sql_select_limit = 3';"
                    "CREATE USER ann@localhost IDENTIFIED BY 'so secret' REQUIRE SSL;"
                    "GRANT ALL ON d.* TO ann@localhost; CREATE USER few@localhost; GRANT SELECT ON d.* TO "
                    "few@localhost"),
@@ -199,10 +215,9 @@ TEST_F(MariaServersTest, OfOtherSettingsServeAlike) {
   const std::unique_ptr<Store> unverified = Open(user + "&tls=on");
   EXPECT_EQ(ItemOf(*unverified, MustOpen(*unverified, "whole"), key), everyByte);
   // Written while the packet was larger: told, and never taken for empty or missing.
-  EXPECT_EQ(
-      asRoot("SET autocommit = 1; USE d; UPDATE cols SET A1 = REPEAT('y', 600000), A2 = REPEAT('y', 600000) "
-             "WHERE A0 = '7'"),
-      "");
+  EXPECT_EQ(asRoot("USE d; UPDATE cols SET A1 = REPEAT('y', 600000), A2 = REPEAT('y', 600000) "
+                   "WHERE A0 = '7'"),
+            "");
   const TableHandle table = MustOpen(*store, "cols");
   const std::string tooLarge =
       "table cols, item '7': the item is larger than the server hands out; raise its max_allowed_packet";

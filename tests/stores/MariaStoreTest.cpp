@@ -60,6 +60,16 @@ TEST(MariaAddressTest, IsReadOrRefusedWithTheReason) {
       {"mariadb://a@h/s?timeout=3601",
        "'mariadb://a@h/s?timeout=3601' is no address of a database: '3601' is no value of the option "
        "timeout"},
+      {"mariadb://a@h/s?socket=/x",
+       "'mariadb://a@h/s?socket=/x' is no address of a database: it names a host and a socket"},
+      {"mariadb://a@h/s?tls=on&tls=off",
+       "'mariadb://a@h/s?tls=on&tls=off' is no address of a database: the option tls is given twice"},
+      {"mariadb:a:top@h/s", "what was given is no address of a database: it doesn't begin with mariadb://"},
+      {"mariadb://a@h/s?password=top",
+       "what was given is no address of a database: there is no option 'password'"},
+      {"mariadb://a@h;i/s", "'mariadb://a@h;i/s' is no address of a database: 'h;i' is no name of a host"},
+      {"mariadb://a@localhost/s?tls-ca=/x", "a @ localhost:3306 / s tls verify"},
+      {"mariadb://a@localhost/s?tls-ca=/x&tls=off", "a @ localhost:3306 / s tls off"},
       {"", "'' is no address of a database: it doesn't begin with mariadb://"},
       {"mariadb://a@[::1/s", "'mariadb://a@[::1/s' is no address of a database: a bracket never ends"},
       {"mariadb://a@h/s?tls=maybe",
@@ -193,6 +203,9 @@ TEST_F(MariaStoreTest, RunsSqlWithinTheAccountOnly) {
       {"CREATE TABLE y (a INT) ENGINE=CSV", "ERROR ENGINE" + outside},
       {"SELECT * FROM nvadmin_state",
        "ERROR nvadmin_state is not allowed in a sentence: it is this store's own"},
+      {"DELETE FROM t WHERE A0 = '1' RETURNING A1",
+       "ERROR RETURNING is not allowed in a sentence: a change tells how many rows it changed; read them "
+       "behind it"},
       {"SELECT sleep(9)", "ERROR sleep is not allowed in a sentence: it holds up the server"},
       {"SELECT 1 # '\n, load_file('/etc/passwd') # '",
        "ERROR a comment behind # is not allowed in a sentence: write it behind --"},
@@ -295,6 +308,9 @@ TEST_F(MariaStoreTest, SeesTablesChangedByHand) {
     std::string error;
     EXPECT_FALSE(store_->OpenTable("t", none, error));
     EXPECT_EQ(error.find(std::string("table t can't be used as a file: ") + row.fault), 0U) << error;
+    EXPECT_TRUE(error.ends_with(
+        "; somebody changed the table by hand: change it back, or remove it with DROP TABLE \"t\""))
+        << error;
     EXPECT_TRUE(store_->DropTable("t", error)) << error;
   }
   // One made by hand refuses by its own constraint; what was written before stays.
@@ -369,6 +385,11 @@ TEST_F(MariaStoreTest, SeesAnOpenTableChangedByHand) {
       }
     }
   }
+  account_.Server()->Run("CREATE TABLE p (A0 VARCHAR(9) PRIMARY KEY, A1 TEXT)");
+  const TableHandle keyless = MustOpen(*store_, "p");
+  account_.Server()->Run("ALTER TABLE p DROP PRIMARY KEY");
+  EXPECT_NE(FailureOf([&] { ItemOf(*store_, keyless, "1"); }).find("its primary key must be A0 alone"),
+            std::string::npos);
   // A refused item costs itself alone, once that is known.
   account_.Server()->Run("CREATE TABLE c (A0 VARCHAR(9) PRIMARY KEY, A1 TEXT, UNIQUE (A1(9)))");
   const TableHandle table = MustOpen(*store_, "c");
@@ -406,18 +427,64 @@ TEST_F(MariaStoreTest, MissesItsOwnTables) {
       [&] { store_->CreateTable("x", 1, error); },
       [&] { MustOpen(*store_, "t"); },
   };
-  const std::pair<const char*, const char*> kChanges[] = {
-      {"DELETE FROM nvadmin_state", "somebody emptied the table nvadmin_state; restore it, or make the"},
-      {"DROP TABLE nvadmin_state", ".nvadmin_state' doesn't exist"}};
-  for (const auto& [change, want] : kChanges) {
+  const struct {
+    const char *change, *want, *opening;
+  } kChanges[] = {
+      {"DELETE FROM nvadmin_state", "somebody emptied the table nvadmin_state; restore it, or make the",
+       "somebody emptied the table nvadmin_state"},
+      {"DROP TABLE nvadmin_state", "a table of this program's own is gone; restore it",
+       "holds tables, but isn't an account's"}};
+  for (const auto& [change, want, opening] : kChanges) {
     EXPECT_EQ(account_.Server()->Run(change), "");
+    EXPECT_NE(Opening(account_.Server()->Address()).find(opening), std::string::npos) << change;
     for (const std::function<void()>& use : uses) {
       const std::string failure = FailureOf(use);
       EXPECT_NE(failure.find(want), std::string::npos) << &use - uses << ": " << failure;
       EXPECT_FALSE(store_->HasOpenWrites());
     }
   }
-  EXPECT_NE(FailureOf([&] { account_.Open(); }).find("holds tables, but isn't an account's"),
+}
+
+// What tells how a file was made isn't guessed when it is gone, and serves the copies that SQL makes of it.
+TEST_F(MariaStoreTest, KnowsHowFilesWereMade) {
+  std::string error;
+  const std::string wide = "1" + std::string(199, '\xFE') + "200";
+  const TableHandle table = MakeTable(*store_, "t", 200);
+  MustWrite(*store_, table, "1", wide);
+  EXPECT_EQ(Sql(*store_, "CREATE TABLE copy LIKE t"), "table copy created");
+  EXPECT_EQ(Sql(*store_, "INSERT INTO copy SELECT * FROM t"), "1 row(s) changed");
+  EXPECT_EQ(ItemOf(*store_, MustOpen(*store_, "copy"), "1"), wide);
+  EXPECT_TRUE(store_->DropTable("copy", error)) << error;
+  store_ = account_.Open();
+  EXPECT_EQ(ItemOf(*store_, MustOpen(*store_, "t"), "1"), wide);
+  for (const char* change :
+       {"UPDATE nvadmin_files SET declaration = ''", "UPDATE nvadmin_files SET declaration = 'C 150'",
+        "UPDATE nvadmin_files SET declaration = 'C 9 1 1'",
+        "UPDATE nvadmin_files SET declaration = 'C -1 1 1 1'", "DELETE FROM nvadmin_files"}) {
+    EXPECT_EQ(account_.Server()->Run(change), "");
+    store_ = account_.Open();
+    TableHandle none = -1;
+    EXPECT_FALSE(store_->OpenTable("t", none, error)) << change;
+    EXPECT_EQ(error.find("table t can't be used as a file: how it was made is no longer to be read in row "),
+              0U)
+        << error;
+  }
+  EXPECT_TRUE(store_->DropTable("t", error)) << error;
+}
+
+// What only the programs share is made anew by the next that opens the account; what tells how the files were
+// declared isn't.
+TEST_F(MariaStoreTest, MakesWhatProgramsShareAnew) {
+  MustWrite(*store_, MakeTable(*store_, "t", 2), "1", "a");
+  store_->Commit();
+  for (const char* change : {"DROP TABLE nvadmin_locks", "DROP TABLE nvadmin_programs"}) {
+    EXPECT_EQ(account_.Server()->Run(change), "");
+    const std::unique_ptr<Store> next = account_.Open();
+    EXPECT_EQ(ItemOf(*next, MustOpen(*next, "t"), "1"), "a") << change;
+    EXPECT_EQ(account_.Server()->Run("SELECT count(*) FROM nvadmin_locks, nvadmin_programs"), "0\n");
+  }
+  EXPECT_EQ(account_.Server()->Run("DROP TABLE nvadmin_files"), "");
+  EXPECT_NE(Opening(account_.Server()->Address()).find("lacks the table nvadmin_files, which tells how"),
             std::string::npos);
 }
 
@@ -430,6 +497,20 @@ TEST_F(MariaStoreTest, RefusesItemsBeyondTheServersPacket) {
                 .find("is the most that the server's max_allowed_packet"),
             std::string::npos);
   store_->Commit();
+  // Neither a long ID nor a long sentence costs the connection.
+  std::vector<BatchItem> items;
+  const std::vector<std::string_view> ids = {"1", large, "2"};
+  store_->ReadBatch(table, ids, items);
+  EXPECT_TRUE(items[0].found && !items[1].found && !items[2].found);
+  std::string text, error;
+  EXPECT_FALSE(store_->Read(table, large, text));
+  store_->BeginWrites();
+  EXPECT_FALSE(store_->Erase(table, large + large, error));
+  EXPECT_NE(error.find("is the most that the server's max_allowed_packet"), std::string::npos) << error;
+  const std::string tooLong = "ERROR the statement has ";
+  for (const char* sql : {"SELECT '", "UPDATE t SET ITEM = '", "CREATE TABLE x (a TEXT DEFAULT '"})
+    EXPECT_EQ(Sql(*store_, sql + large + large + "'").substr(0, tooLong.size()), tooLong) << sql;
+  EXPECT_FALSE(store_->HasOpenWrites());
   EXPECT_EQ(ItemOf(*store_, table, "1"), large);
   EXPECT_EQ(Scanned(*store_, table), "1;");
 }
