@@ -171,7 +171,8 @@ bool EngineSession::ReadForTranslation(std::string_view file, std::string_view i
 std::int32_t EngineSession::FindTranslated(std::string_view file) {
   const auto known = translatedFiles_.find(file);
   if (known != translatedFiles_.end()) return known->second;
-  const std::int32_t index = FindOrOpen(file);
+  std::string ignored;
+  const std::int32_t index = FindOrOpen(file, ignored);
   translatedFiles_.emplace(file, index);
   return index;
 }
@@ -391,12 +392,11 @@ std::string EngineSession::UnknownAccount(std::string_view name) const {
                      Quoted(name));
 }
 
-std::int32_t EngineSession::FindOrOpen(std::string_view name) {
+std::int32_t EngineSession::FindOrOpen(std::string_view name, std::string& error) {
   const auto known = current_->fileByName.find(name);
   if (known != current_->fileByName.end()) return known->second;
 
   TableHandle table = 0;
-  std::string error;
   if (!CurrentStore().OpenTable(name, table, error)) return -1;
   const auto [file, isNew] =
       current_->fileByTable.try_emplace(table, static_cast<std::int32_t>(files_.size()));
@@ -414,15 +414,18 @@ std::int32_t EngineSession::FindOrOpen(std::string_view name) {
   return file->second;
 }
 
-std::string EngineSession::UnknownFile(std::string_view name) const {
+std::string EngineSession::UnknownFile(std::string_view name, std::string_view why) const {
+  if (!why.empty() && !why.starts_with(kNoSuchTable))
+    return fmt::format("file {} can't be opened: {}", Quoted(name), why);
   return fmt::format("file {} is not in account {}; LISTF lists the files", Quoted(name),
                      current_->account.name);
 }
 
 VariantBool EngineSession::OpenFile(std::string_view name, std::string& fileVar) {
-  const std::int32_t index = FindOrOpen(name);
+  std::string error;
+  const std::int32_t index = FindOrOpen(name, error);
   if (index < 0) {
-    Refuse(UnknownFile(name));
+    Refuse(UnknownFile(name, error));
     return kFalse;
   }
   errorDetail_.clear();

@@ -136,7 +136,8 @@ class EngineSession final : public EngineCallBack {
   // `account` in capitals.
   bool MayEnter(std::string_view account) const { return !settings_.mayEnter || settings_.mayEnter(account); }
   // The refusal of a file that the current account doesn't have.
-  std::string UnknownFile(std::string_view name) const;
+  // `why`: the store's error.
+  std::string UnknownFile(std::string_view name, std::string_view why) const;
   // Puts what is open on disk, then releases the locks that waited for it.
   void CommitWrites() {
     if (writing_ != nullptr) CommitOpenWrites();
@@ -211,7 +212,7 @@ class EngineSession final : public EngineCallBack {
 
   std::string UnknownAccount(std::string_view name) const;
   // Index of the file in the current account; -1 when there is none.
-  std::int32_t FindOrOpen(std::string_view name);
+  std::int32_t FindOrOpen(std::string_view name, std::string& error);
   // Null, with the error detail, for an empty FileVar; fails for one that isn't this session's.
   const OpenedFile* FindFile(std::string_view fileVar);
   // The same for what takes a lock or writes. A store that failed has rolled back what was open: that is

@@ -505,10 +505,14 @@ void Locks::ReleaseAll() {
 
 std::vector<ListedSession> Locks::AllSessions() const { return sharing_->AllSessions(); }
 
-std::vector<ListedLock> Locks::AllLocks() const {
+std::vector<ListedLock> Locks::AllLocks(std::vector<std::string>& unseen) const {
   std::vector<ListedLock> locks = sharing_->AllLocks();
   for (const auto& [account, server] : servers_) {
-    for (ListedLock& lock : server->AllLocks()) locks.push_back(std::move(lock));
+    try {
+      for (ListedLock& lock : server->AllLocks()) locks.push_back(std::move(lock));
+    } catch (const StoreFailure& failure) {
+      unseen.emplace_back(failure.what());
+    }
   }
   return locks;
 }

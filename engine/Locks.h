@@ -67,7 +67,8 @@ class Locks {
 
   // Of all programs that live: the sessions on this home, and the locks on it and on the servers used here.
   std::vector<ListedSession> AllSessions() const;
-  std::vector<ListedLock> AllLocks() const;
+  // Why a server's can't be told goes to `unseen`.
+  std::vector<ListedLock> AllLocks(std::vector<std::string>& unseen) const;
 
  private:
   struct Seat;

@@ -25,6 +25,8 @@ constexpr int kStaleMs = 15'000;
 constexpr int kSurelyThereMs = 10'000;  // behind its last beat nobody takes a program for dead
 constexpr int kGapMs = 6'000;           // between beats: then they aren't even
 constexpr int kEvenBeatsMs = 4'000;     // for so long, and others may be judged
+// Who may not judge yet whether a holder is dead waits so long and looks so often.
+constexpr std::chrono::milliseconds kMostPatience{8'000}, kGlance{250};
 // Those that died without a lock that others met are removed in the end: soon behind the start of another,
 // and then now and then.
 constexpr int kForgottenMs = 24 * 3600 * 1000;
@@ -249,10 +251,12 @@ std::string ServerLocks::Me() const {
   return fmt::format("(l.program = {} AND l.session = {})", program_, session_);
 }
 
-// The condition by which the program p of a lock l is gone, or dead by what this one can tell.
-std::string ServerLocks::DeadCondition() const {
-  return fmt::format("(p.number IS NULL OR ({} AND {}))", StaleCondition("p.beat", kStaleMs),
-                     JudgeCondition(program_));
+// Whether the program p of a lock l lives: a Life.
+std::string ServerLocks::LifeOfHolder() const {
+  return fmt::format("IF(p.number IS NULL, {0}, IF({1}, IF({2}, {0}, {3}), {4}))",
+                     static_cast<int>(Life::kDead), StaleCondition("p.beat", kStaleMs),
+                     JudgeCondition(program_), static_cast<int>(Life::kUnclear),
+                     static_cast<int>(Life::kLives));
 }
 
 void ServerLocks::JoinProgram() {
@@ -322,36 +326,48 @@ void ServerLocks::AddRow(const Thing& thing, std::int64_t claim) {
 }
 
 // Who has a lock on the thing, on its whole table, or, for a whole table, on anything in it. The dead that
-// are met lose theirs. `isAdded`: the row of this claim is there.
+// are met lose theirs; of one of which that isn't clear yet it is waited for, until this program can tell or
+// the other shows a heartbeat. `isAdded`: the row of this claim is there.
 std::optional<ServerLocks::Holder> ServerLocks::FindObstacle(const Thing& thing, std::int64_t claim,
                                                              bool& isAdded) {
-  enum { kAdded, kProgram, kDead, kUser, kPlace };
+  enum { kAdded, kProgram, kLife, kUser, kPlace };
   const std::string find = fmt::format(
       "SELECT (SELECT COUNT(*) FROM nvadmin_locks WHERE program = {} AND session = {} AND claim = ?), "
-      "l.program, {} AS dead, l.user, l.place FROM nvadmin_state s LEFT JOIN (nvadmin_locks l LEFT JOIN "
+      "l.program, {} AS life, l.user, l.place FROM nvadmin_state s LEFT JOIN (nvadmin_locks l LEFT JOIN "
       "nvadmin_programs p ON p.number = l.program) ON l.tbl = ?{} AND NOT {} "
-      "WHERE s.id = 1 ORDER BY dead LIMIT 1",
-      program_, session_, DeadCondition(),
+      "WHERE s.id = 1 ORDER BY life LIMIT 1",
+      program_, session_, LifeOfHolder(),
       thing.second ? fmt::format(" AND l.digest IN ({}, {})", kWholeDigest, kItemDigest) : "", Me());
   const std::string claimText = std::to_string(claim);
   std::vector<std::string_view> parameters = {claimText, thing.first};
   if (thing.second) parameters.push_back(*thing.second);
-  const MariaRows rows = QueryLiving(find, parameters, kProgram);
+  MariaRows rows = QueryLiving(find, parameters, kProgram);
+  const auto isUnclear = [&rows] {
+    return rows.Count() > 0 && !rows.IsNull(0, kProgram) &&
+           rows.Integer(0, kLife) == static_cast<int>(Life::kUnclear);
+  };
+  const auto patience = std::chrono::steady_clock::now() + kMostPatience;
+  while (isUnclear() && std::chrono::steady_clock::now() < patience) {
+    std::this_thread::sleep_for(kGlance);
+    rows = QueryLiving(find, parameters, kProgram);
+  }
   isAdded = rows.Count() > 0 && rows.Integer(0, kAdded) > 0;
   if (rows.Count() == 0 || rows.IsNull(0, kProgram)) return std::nullopt;
   return Holder{std::string(rows.Text(0, kUser)), std::string(rows.Text(0, kPlace))};
 }
 
-// Runs a query whose rows name a program and, in the next column, whether it is dead: then it is removed, and
-// the query run again.
+// Runs a query whose rows name a program and, in the next column, its life. The dead are removed, and the
+// query run again.
 MariaRows ServerLocks::QueryLiving(const std::string& sql, std::span<const std::string_view> parameters,
                                    std::size_t programColumn) {
   for (int tries = 1;; ++tries) {
     MariaRows rows = connection_.Query(sql, parameters, IfLost::kAgain);
     std::set<std::int64_t> dead;
     for (std::size_t row = 0; row < rows.Count(); ++row) {
-      const bool isLock = !rows.IsNull(row, programColumn);
-      if (isLock && rows.Integer(row, programColumn + 1) != 0) dead.insert(rows.Integer(row, programColumn));
+      if (!rows.IsNull(row, programColumn) &&
+          rows.Integer(row, programColumn + 1) == static_cast<int>(Life::kDead)) {
+        dead.insert(rows.Integer(row, programColumn));
+      }
     }
     if (dead.empty() || tries == kMostTries) return rows;
     for (const std::int64_t program : dead) RemoveProgram(program);
@@ -398,14 +414,13 @@ bool ServerLocks::Take(std::string_view table, std::optional<std::string_view> i
 
 // What the others hold, and whether this program still counts as alive.
 void ServerLocks::LearnOthers() {
-  enum { kRegistered, kProgram, kDead, kTable, kId, kUser, kPlace };
+  enum { kRegistered, kProgram, kLife, kTable, kId };
   const auto learn = [this] {
     return QueryLiving(
-        fmt::format(
-            "SELECT (SELECT COUNT(*) FROM nvadmin_programs WHERE number = {}), l.program, {} AS dead, "
-            "l.tbl, l.id, l.user, l.place FROM nvadmin_state s LEFT JOIN (nvadmin_locks l LEFT JOIN "
-            "nvadmin_programs p ON p.number = l.program) ON NOT {} WHERE s.id = 1 LIMIT {}",
-            program_, DeadCondition(), Me(), kMostKnownOthers + 1),
+        fmt::format("SELECT (SELECT COUNT(*) FROM nvadmin_programs WHERE number = {}), l.program, {}, "
+                    "l.tbl, l.id FROM nvadmin_state s LEFT JOIN (nvadmin_locks l LEFT JOIN "
+                    "nvadmin_programs p ON p.number = l.program) ON NOT {} WHERE s.id = 1 LIMIT {}",
+                    program_, LifeOfHolder(), Me(), kMostKnownOthers + 1),
         {}, kProgram);
   };
   MariaRows rows = learn();
@@ -423,8 +438,7 @@ void ServerLocks::LearnOthers() {
     if (rows.IsNull(row, kProgram)) continue;
     Thing thing{rows.Text(row, kTable), std::nullopt};
     if (!rows.IsNull(row, kId)) thing.second = rows.Text(row, kId);
-    others_.emplace(std::move(thing),
-                    Holder{std::string(rows.Text(row, kUser)), std::string(rows.Text(row, kPlace))});
+    others_.insert(std::move(thing));
   }
   othersAreKnown_ = true;
 }
@@ -440,16 +454,10 @@ bool ServerLocks::Check(std::string_view table, std::string_view id, std::string
         id, table, kStaleMs / 1000);
     return false;
   }
-  std::optional<Holder> obstacle;
-  if (othersAreMany_) {
-    bool isAdded = false;
-    obstacle = FindObstacle(thing, /*claim=*/0, isAdded);
-  } else {
-    for (const Thing& hindering : {thing, Thing{thing.first, std::nullopt}}) {
-      const auto holder = others_.find(hindering);
-      if (holder != others_.end()) obstacle = holder->second;
-    }
-  }
+  if (!othersAreMany_ && !others_.contains(thing) && !others_.contains({thing.first, std::nullopt}))
+    return true;
+  bool isAdded = false;
+  const std::optional<Holder> obstacle = FindObstacle(thing, /*claim=*/0, isAdded);
   if (obstacle) refusal = Refusal(thing, *obstacle);
   return !obstacle;
 }
@@ -498,12 +506,11 @@ void ServerLocks::ReleaseAll() {
 }
 
 std::vector<ListedLock> ServerLocks::AllLocks() {
-  enum { kProgram, kDead, kTable, kId, kUser, kPlace, kSince };
+  enum { kProgram, kLife, kTable, kId, kUser, kPlace, kSince };
   const MariaRows rows = QueryLiving(
-      fmt::format(
-          "SELECT l.program, {} AS dead, l.tbl, l.id, l.user, l.place, l.since FROM nvadmin_locks l LEFT "
-          "JOIN nvadmin_programs p ON p.number = l.program ORDER BY l.tbl, l.id LIMIT 100000",
-          DeadCondition()),
+      fmt::format("SELECT l.program, {}, l.tbl, l.id, l.user, l.place, l.since FROM nvadmin_locks l LEFT "
+                  "JOIN nvadmin_programs p ON p.number = l.program ORDER BY l.tbl, l.id LIMIT 100000",
+                  LifeOfHolder()),
       {}, kProgram);
   std::vector<ListedLock> locks;
   for (std::size_t row = 0; row < rows.Count(); ++row) {

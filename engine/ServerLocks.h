@@ -8,8 +8,8 @@
 // 1. A lock is taken by adding its row and then looking who else is there: of two that meet, at least one
 //    sees the other. Each statement is a transaction of its own, so nobody waits for a holder.
 // 2. A program that showed no heartbeat for 15 s counts as dead: who meets its locks removes the program and
-//    all of them. Only a program judges so whose own heartbeat has been even for some seconds: a server that
-//    stood still, or whose clock jumped, lets all programs show theirs first.
+//    all of them. Only a program judges so whose own heartbeat has been even for some seconds, and waits so
+//    long: a server that stood still, or whose clock jumped, lets all programs show theirs first.
 // 3. A program that finds itself removed has lost its locks, and its writes of what they were for are
 // refused.
 // 4. What the other sessions hold is read once for each write transaction: whoever takes a lock later can't
@@ -62,13 +62,14 @@ class ServerLocks {
 
  private:
   class Program;
+  enum class Life { kLives, kDead, kUnclear };  // unclear: no heartbeat, and this program may not judge yet
   using Thing = std::pair<std::string, std::optional<std::string>>;  // table and ID
   struct Holder {
     std::string user, place;
   };
 
   std::string Me() const;
-  std::string DeadCondition() const;
+  std::string LifeOfHolder() const;
   void JoinProgram();
   bool IsRegistered();
   bool HoldsNow(const Thing& thing);
@@ -95,7 +96,7 @@ class ServerLocks {
   std::set<Thing> lost_;                // held once, until others took this program for dead
   bool othersAreKnown_ = false;
   bool othersAreMany_ = false;  // then each item is asked for
-  std::map<Thing, Holder> others_;
+  std::set<Thing> others_;
 };
 
 }  // namespace nvadmin::engine

@@ -32,9 +32,9 @@ class Selection {
   // "file" takes its dictionary along, "DICT file" is that alone.
   bool Add(const std::string& file, std::string& error) {
     TableHandle table = 0;
-    std::string ignored;
-    if (!store_.OpenTable(file, table, ignored)) {
-      error = session_.UnknownFile(file);
+    std::string why, ignored;
+    if (!store_.OpenTable(file, table, why)) {
+      error = session_.UnknownFile(file, why);
       return false;
     }
     const TableDescription& description = store_.Describe(table);

@@ -49,7 +49,7 @@ class FileClaim {
     std::string error;
     refusal.ok = false;
     if (!session_.CurrentStore().OpenTable(file, table, error)) {
-      refusal.text = session_.UnknownFile(file);
+      refusal.text = session_.UnknownFile(file, error);
       return false;
     }
     const std::string name = session_.CurrentStore().Describe(table).name;

@@ -126,7 +126,7 @@ SentenceResult ListLocks(EngineSession& session, std::string_view sentence) {
   TableHandle handle = 0;
   std::string error;
   Store& store = session.CurrentStore();
-  if (ofFile && !store.OpenTable(file, handle, error)) return {false, session.UnknownFile(file)};
+  if (ofFile && !store.OpenTable(file, handle, error)) return {false, session.UnknownFile(file, error)};
   if (ofFile) table = store.Describe(handle).name;
 
   const auto isShown = [&](const ListedLock& lock) {
@@ -139,13 +139,15 @@ SentenceResult ListLocks(EngineSession& session, std::string_view sentence) {
   };
   Printout printout(session);
   std::size_t shown = 0;
-  for (const ListedLock& lock : session.ItemLocks().AllLocks()) {
+  std::vector<std::string> unseen;
+  for (const ListedLock& lock : session.ItemLocks().AllLocks(unseen)) {
     if (!isShown(lock)) continue;
     if (shown++ == 0) printout.Line(row("Account", "File", "Item ID", "Holder", "Since"));
     printout.Line(row(lock.account, lock.table, lock.id.value_or("(all)"),
                       fmt::format("{} at {}", lock.user, lock.from), ShownSince(lock.since)));
   }
-  if (shown == 0) printout.Line("nothing is locked");
+  for (const std::string& reason : unseen) printout.Line(reason);
+  if (shown == 0 && unseen.empty()) printout.Line("nothing is locked");
   return printout.Done();
 }
 
