@@ -1,6 +1,8 @@
 #include "bulk/BinaryFileProvider.h"
 
 #include <algorithm>
+#include <cstring>
+#include <utility>
 
 #include "platform/Files.h"
 #include "session/EngineCallBack.h"
@@ -23,7 +25,7 @@ std::string_view WithoutFirstLf(std::string_view line) {
 void BinaryFileProvider::OOpen(std::string_view sFile) {
   CClose();
   ChunksRead = 0;
-  Buffer.clear();
+  End = 0;
   LineStart = 0;
   SearchFrom = 0;
   AtEnd = false;
@@ -33,33 +35,45 @@ void BinaryFileProvider::OOpen(std::string_view sFile) {
   FillBuffer();
 }
 
-// Reads the next chunk behind the line in hand, which moves to the start. False when there is none left.
-bool BinaryFileProvider::FillBuffer() {
-  if (ChunksRead == ChunkCount) return false;
-  Buffer.erase(0, LineStart);
+// Moves the line in hand to the start, with room for a chunk behind it.
+void BinaryFileProvider::MakeRoom() {
+  const std::string_view line = Held().substr(LineStart);
+  if (Capacity < line.size() + kChunkBytes) {
+    const auto left = static_cast<std::size_t>(ChunkCount - ChunksRead) * kChunkBytes;
+    const std::size_t size = line.size() + std::min(left, kGrowth * (line.size() + kChunkBytes));
+    auto larger = std::make_unique_for_overwrite<char[]>(size);
+    platform::TakeLargePages({larger.get(), size});
+    line.copy(larger.get(), line.size());
+    Buffer = std::move(larger);
+    Capacity = size;
+  } else {
+    std::memmove(Buffer.get(), line.data(), line.size());
+  }
+  End = line.size();
   SearchFrom -= LineStart;
   LineStart = 0;
-  if (Buffer.capacity() < Buffer.size() + kChunkBytes) {
-    const auto left = static_cast<std::size_t>(ChunkCount - ChunksRead) * kChunkBytes;
-    Buffer.reserve(Buffer.size() + std::min(left, kGrowth * (Buffer.size() + kChunkBytes)));
-    platform::TakeLargePages(Buffer);
-  }
-  File->Read(kChunkBytes, Buffer);
+}
+
+// Reads the next chunk behind the line in hand. False when there is none left.
+bool BinaryFileProvider::FillBuffer() {
+  if (ChunksRead == ChunkCount) return false;
+  MakeRoom();
+  End += File->Read({Buffer.get() + End, kChunkBytes});
   ++ChunksRead;
   return true;
 }
 
 std::string_view BinaryFileProvider::LineGet() {
   if (AtEnd || !File) throw EngineFailure("a line was asked for behind the end of a transfer file");
-  std::size_t end = Buffer.find('\r', SearchFrom);
-  while (end == std::string::npos) {
-    SearchFrom = Buffer.size();
+  std::size_t end = Held().find('\r', SearchFrom);
+  while (end == std::string_view::npos) {
+    SearchFrom = End;
     if (!FillBuffer()) break;
-    end = Buffer.find('\r', SearchFrom);
+    end = Held().find('\r', SearchFrom);
   }
-  const std::string_view line = std::string_view(Buffer).substr(LineStart, end - LineStart);
-  AtEnd = end == std::string::npos;
-  LineStart = AtEnd ? Buffer.size() : end + 1;
+  const std::string_view line = Held().substr(LineStart, end - LineStart);
+  AtEnd = end == std::string_view::npos;
+  LineStart = AtEnd ? End : end + 1;
   SearchFrom = LineStart;
   return WithoutFirstLf(line);
 }

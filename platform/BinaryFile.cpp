@@ -22,8 +22,6 @@ BinaryFile::~BinaryFile() {
   if (const auto& closed = platform::ObserverOfTransfers().closed) closed();
 }
 
-void BinaryFile::Read(std::size_t count, std::string& text) {
-  platform::ReadBytes(file_, path_, span_, count, text);
-}
+std::size_t BinaryFile::Read(std::span<char> room) { return platform::ReadBytes(file_, path_, span_, room); }
 
 }  // namespace nvadmin

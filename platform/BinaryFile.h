@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -20,9 +21,10 @@ class BinaryFile {
   BinaryFile& operator=(const BinaryFile&) = delete;
 
   std::int64_t Length() const { return static_cast<std::int64_t>(span_.length); }
-  // Appends the next bytes of the file, at most `count` and no more than are left, to `text`. Fails, naming
-  // the file and the place, when they can't be read, as from a file that was cut short meanwhile.
-  void Read(std::size_t count, std::string& text);
+  // Reads the next bytes of the file, as many as there is room for, or those that are left; answers how many.
+  // Fails, naming the file and the place, when they can't be read, as from a file that was cut short
+  // meanwhile.
+  std::size_t Read(std::span<char> room);
 
  private:
   std::string path_;

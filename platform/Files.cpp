@@ -55,15 +55,12 @@ bool TakeByte(std::string_view& onDisk, char& byte) {
   return true;
 }
 
-// Appends up to `count` bytes; answers how many, 0 at the end.
-std::size_t ReadSome(const Handle& file, std::string_view path, std::size_t count, std::string& text) {
-  const std::size_t before = text.size();
-  text.resize(before + count);
+// Reads up to as many bytes as there is room for; answers how many, 0 at the end.
+std::size_t ReadSome(const Handle& file, std::string_view path, std::span<char> room) {
   ssize_t got = 0;
   do {
-    got = read(file.Number(), text.data() + before, count);
+    got = read(file.Number(), room.data(), room.size());
   } while (got < 0 && errno == EINTR);
-  text.resize(before + static_cast<std::size_t>(got < 0 ? 0 : got));
   if (got < 0) FailBySystem("can't read the file", path, errno);
   return static_cast<std::size_t>(got);
 }
@@ -130,27 +127,27 @@ std::size_t LengthOfPlainFile(const Handle& file, std::string_view path) {
   return static_cast<std::size_t>(state.st_size);
 }
 
-void ReadBytes(const Handle& file, std::string_view path, FileSpan& span, std::size_t count,
-               std::string& text) {
-  std::size_t left = std::min(count, span.length - span.position);
-  while (left > 0) {
-    const std::size_t got = ReadSome(file, path, left, text);
+std::size_t ReadBytes(const Handle& file, std::string_view path, FileSpan& span, std::span<char> room) {
+  const std::size_t count = std::min(room.size(), span.length - span.position);
+  for (std::size_t done = 0; done < count;) {
+    const std::size_t got = ReadSome(file, path, room.subspan(done, count - done));
     if (got == 0) {
       Fail("can't read the file", path,
            "it ends at byte " + std::to_string(span.position) + ", and was " + std::to_string(span.length) +
                " bytes long when it was opened");
     }
     span.position += got;
-    left -= got;
+    done += got;
   }
+  return count;
 }
 
-void TakeLargePages(std::string& text) {
-  if (text.capacity() - text.size() < kWorthLargePages) return;
+void TakeLargePages(std::span<char> memory) {
+  if (memory.size() < kWorthLargePages) return;
   const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-  const auto start = reinterpret_cast<std::uintptr_t>(text.data());
+  const auto start = reinterpret_cast<std::uintptr_t>(memory.data());
   const std::uintptr_t firstPage = (start + page - 1) / page * page;
-  const std::uintptr_t endOfPages = (start + text.capacity()) / page * page;
+  const std::uintptr_t endOfPages = (start + memory.size()) / page * page;
   madvise(reinterpret_cast<void*>(firstPage), endOfPages - firstPage, MADV_HUGEPAGE);
 }
 

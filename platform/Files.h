@@ -1,6 +1,8 @@
 // What the routines of this folder share: names on disk, handles, failures.
 #pragma once
 
+#include <cstddef>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -48,13 +50,12 @@ struct FileSpan {
   std::size_t position = 0;
   std::size_t length = 0;
 };
-// Appends the next `count` bytes, or those that are left. Fails, naming the place, when they can't be read,
-// as from a file that was cut short meanwhile.
-void ReadBytes(const Handle& file, std::string_view path, FileSpan& span, std::size_t count,
-               std::string& text);
+// Reads the next bytes, as many as there is room for, or those that are left; answers how many. Fails, naming
+// the place, when they can't be read, as from a file that was cut short meanwhile.
+std::size_t ReadBytes(const Handle& file, std::string_view path, FileSpan& span, std::span<char> room);
 
-// Has the system back what a text has reserved with large pages, where it has them: the first touching of
-// much memory then costs a fraction.
-void TakeLargePages(std::string& text);
+// Has the system back memory that nothing was written to yet with large pages, where it has them: the first
+// touching of much memory then costs a fraction.
+void TakeLargePages(std::span<char> memory);
 
 }  // namespace nvadmin::platform

@@ -24,8 +24,8 @@ using platform::kSeparator;
 using platform::LengthOfPlainFile;
 using platform::NameOnDisk;
 using platform::PathOnDisk;
-using platform::ReadNameOnDisk;
 using platform::ReadBytes;
+using platform::ReadNameOnDisk;
 
 constexpr mode_t kFolderMode = 0700;
 constexpr mode_t kFileMode = 0600;
@@ -164,10 +164,9 @@ std::string Folder::ReadFile(std::string_view name) const {
          "it is " + std::to_string(length) + " bytes long, and an item has at most " +
              std::to_string(kMostFileBytes));
   }
-  std::string text;
-  text.reserve(length);
+  std::string text(length, '\0');
   platform::FileSpan span{0, length};
-  ReadBytes(file, place.path, span, length, text);
+  ReadBytes(file, place.path, span, text);
   return text;
 }
 
