@@ -110,9 +110,9 @@ ExitCode RunOnOwnThread(TclSession& session, TerminalPort* terminal) {
     pthread_kill(waiting, kSessionOver);
   });
   for (int signal = 0; sigwait(&signals, &signal) == 0 && signal != kSessionOver;) {
+    terminal->Notify(signal);  // first, so that a sentence that begins just now learns of it
     const bool stopsSentence = signal == SIGINT || signal == SIGHUP || signal == SIGTERM;
     if (stopsSentence) session.Interrupt();
-    terminal->Notify(signal);
   }
   thread.join();
   return exitCode;

@@ -24,6 +24,8 @@ class SessionPort : public engine::Port {
   // What stands on the line that was printed last and not ended; of a long one its start.
   virtual std::string_view OpenLine() const = 0;
   virtual bool IsLost() const = 0;
+  // The user broke off behind the sentence that was taken last, perhaps before it was begun.
+  virtual bool IsInterrupted() const { return false; }
   // Whoever looks on may be told: the session is in this account now.
   virtual void ShowAccount(std::string_view /*account*/) {}
   // Lines that came in but hold what the code page can't; each was refused by name.

@@ -170,6 +170,8 @@ TclSession::Outcome TclSession::ServeSentence(engine::EngineSession& engine, std
   try {
     engine.BeginTypedSentence(sentence);
     SetRunning(&engine);
+    // What came before there was anything to stop.
+    if (port_.IsLost() || port_.IsInterrupted()) Interrupt();
     outcome = RunSentence(engine, sentence);
   } catch (const PortLost&) {
     SetRunning(nullptr);

@@ -29,6 +29,7 @@ class TerminalPort final : public ScreenPort {
   // One of kSignals came. SIGINT drops the line being typed: at the prompt it is asked again, elsewhere it
   // counts as empty. SIGHUP and SIGTERM lose the port.
   void Notify(int signal);
+  bool IsInterrupted() const override { return interrupted_ || hungUp_; }
 
  protected:
   engine::InputResult WaitForLine(std::string& utf8, Asked asked) override;

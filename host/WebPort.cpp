@@ -177,6 +177,11 @@ std::optional<WebPort::Line> WebPort::AwaitLine(Wanted wanted, Clock::time_point
   return line;
 }
 
+bool WebPort::IsInterrupted() const {
+  const std::lock_guard lock(mutex_);
+  return interrupted_;
+}
+
 WebPort::Taken WebPort::TakeLine(std::uint64_t number, std::string_view utf8) {
   const std::lock_guard lock(mutex_);
   if (number <= received_) return Taken::kKnown;

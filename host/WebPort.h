@@ -66,6 +66,7 @@ class WebPort final : public SessionPort {
   void EndOpenLine() override;
   std::string_view OpenLine() const override { return screen_.OpenLine(); }  // UTF-8
   bool IsLost() const override;
+  bool IsInterrupted() const override;
   void ShowAccount(std::string_view account) override;
 
   // The session is over: what was printed still goes out, and behind it `reason`, a word that the page knows

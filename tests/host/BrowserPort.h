@@ -24,6 +24,7 @@ class BrowserPort final : public SessionPort {
     line = lines.front();
     lines.pop_front();
     received += "[" + line + "]\n";
+    isInterrupted_ = line == interruptedLine;
     return engine::InputResult::kLine;
   }
   engine::InputResult ReadSentence(std::string& sentence) override { return ReadLine(sentence, -1, true); }
@@ -40,10 +41,15 @@ class BrowserPort final : public SessionPort {
     return std::string_view(received).substr(received.rfind('\n') + 1);
   }
   bool IsLost() const override { return false; }
+  bool IsInterrupted() const override { return isInterrupted_; }
 
   std::function<void()> onProgress;
   std::deque<std::string> lines;
+  std::string interruptedLine = "none";  // the user breaks off behind it at once
   std::string received;
+
+ private:
+  bool isInterrupted_ = false;
 };
 
 }  // namespace nvadmin::host

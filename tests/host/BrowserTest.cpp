@@ -29,9 +29,11 @@ class Browser : public testing::Test {
   static void TearDownTestSuite() { delete folder; }
 
   // What the browser receives for these lines. A session has a thread of its own.
-  static std::string Browse(std::string_view account, std::deque<std::string> lines) {
+  static std::string Browse(std::string_view account, std::deque<std::string> lines,
+                            std::string_view interruptedLine = "none") {
     BrowserPort port;
     port.lines = std::move(lines);
+    port.interruptedLine = interruptedLine;
     std::thread thread([&] {
       engine::Home home(folder->Path());
       TclSettings settings;
@@ -57,6 +59,15 @@ class Browser : public testing::Test {
 };
 
 TemporaryFolder* Browser::folder = nullptr;
+
+// An interrupt that comes before the sentence has begun isn't lost, and stops no other.
+TEST_F(Browser, InterruptedBeforeItBegins) {
+  for (const std::string sentence : {"SELECT A0 FROM countries", "COUNT COUNTRIES", "CT COUNTRIES DE"}) {
+    const std::string received = Browse("DEMO", {sentence, "WHO"}, sentence);
+    ExpectHolds(received, {sentence + "]\n", "interrupted\n", "[WHO]\n", "DEMO"});
+    EXPECT_EQ(received.find("interrupted"), received.rfind("interrupted")) << received;
+  }
+}
 
 TEST_F(Browser, ImportsAndExports) {
   for (const std::string account : {"DEMO", "DEMO.MV"}) {
