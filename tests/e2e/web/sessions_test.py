@@ -121,11 +121,13 @@ class Sessions(unittest.TestCase):
             again.line("")
             while "IREPLACE|" not in (message := again.output()):
                 pass
+            again.rest_of_frame(message)
         with self.page(f"R{page.token} 1") as third:
             self.assertNotEqual(third.seen, 1)
             while "IREPLACE|" not in (replayed := third.output()):
                 self.assertNotIn("<TX>OK", replayed)
             self.assertEqual(replayed, message)
+            third.rest_of_frame(replayed)
             third.send("I")
             third.line("mx3|")
             while "IREPLACE|" not in (form := third.output()):

@@ -155,6 +155,11 @@ class Page:
             assert message is not None and message[0] != "X", (message, self.text[start:][-2000:])
         return self.text[start:]
 
+    def rest_of_frame(self, message):
+        """What comes behind the message, until its frame ends."""
+        while not message.rstrip().endswith("</TX>"):
+            message = self.output()
+
     def closes(self):
         """The reason that the server gives at the end, or the closing code."""
         try:
