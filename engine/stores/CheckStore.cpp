@@ -19,7 +19,8 @@ std::string LackingRights(MariaConnection& connection, const MariaRows& grants) 
   const MariaRows rights = connection.Query(
       "SELECT PRIVILEGE_TYPE, CURRENT_ROLE() FROM (SELECT GRANTEE, PRIVILEGE_TYPE FROM "
       "information_schema.USER_PRIVILEGES UNION ALL SELECT GRANTEE, PRIVILEGE_TYPE FROM "
-      "information_schema.SCHEMA_PRIVILEGES WHERE DATABASE() LIKE TABLE_SCHEMA) rights WHERE GRANTEE = "
+      "information_schema.SCHEMA_PRIVILEGES WHERE DATABASE() LIKE TABLE_SCHEMA ESCAPE '\\') rights WHERE "
+      "GRANTEE = "
       "CONCAT('''', SUBSTRING_INDEX(CURRENT_USER(), '@', 1), '''@''', SUBSTRING_INDEX(CURRENT_USER(), '@', "
       "-1), '''')",
       {}, IfLost::kAgain);
@@ -33,6 +34,12 @@ std::string LackingRights(MariaConnection& connection, const MariaRows& grants) 
   return lacking;
 }
 
+// "user@host", as the server tells it, for a statement.
+std::string QuoteAccount(std::string_view account) {
+  const std::size_t at = account.rfind('@');
+  return fmt::format("{}@{}", QuoteIfNeeded(account.substr(0, at)), QuoteIfNeeded(account.substr(at + 1)));
+}
+
 }  // namespace
 
 std::vector<std::pair<std::string, std::string>> CheckStore(const StorePlace& place, bool& isFit) {
@@ -42,12 +49,12 @@ std::vector<std::pair<std::string, std::string>> CheckStore(const StorePlace& pl
   std::vector<std::pair<std::string, std::string>> lines;
   const MariaRows server = ask(
       "SELECT VERSION(), @@character_set_database, @@collation_database, @@default_storage_engine, "
-      "@@max_connections, @@global.read_only, @@innodb_flush_log_at_trx_commit, "
+      "@@max_connections, @@global.read_only, @@innodb_flush_log_at_trx_commit, CURRENT_USER(), "
       "(SELECT VARIABLE_VALUE FROM information_schema.SESSION_STATUS WHERE VARIABLE_NAME = 'Ssl_cipher')");
   lines.emplace_back("server", fmt::format("{} at {}{}", server.Text(0, 0), connection.Server(),
                                            server.Integer(0, 5) != 0 ? ", read-only" : ""));
   lines.emplace_back("connection",
-                     server.Text(0, 7).empty() ? "not encrypted" : fmt::format("TLS, {}", server.Text(0, 7)));
+                     server.Text(0, 8).empty() ? "not encrypted" : fmt::format("TLS, {}", server.Text(0, 8)));
   lines.emplace_back("character set", fmt::format("{}, collation {}", server.Text(0, 1), server.Text(0, 2)));
   lines.emplace_back(
       "engine", fmt::format("tables are made as InnoDB; the server's own default is {}", server.Text(0, 3)));
@@ -67,9 +74,9 @@ std::vector<std::pair<std::string, std::string>> CheckStore(const StorePlace& pl
   std::string fault = MariaCatalogue(connection).FindObstacle();
   const std::string lacking = LackingRights(connection, grants);
   if (fault.empty() && !lacking.empty()) {
-    fault =
-        fmt::format("user {0} lacks rights on database {1}: {2}; give them with GRANT ALL ON {1}.* TO {0}",
-                    QuoteIfNeeded(place.address.user), QuoteIfNeeded(place.address.database), lacking);
+    fault = fmt::format(
+        "user {0} lacks rights on database {1}: {2}; give them with GRANT ALL ON {1}.* TO {3}",
+        place.address.user, QuoteIfNeeded(place.address.database), lacking, QuoteAccount(server.Text(0, 7)));
   }
   if (fault.empty() && server.Integer(0, 5) != 0) {
     fault = fmt::format("{}: {}", connection.Server(), kReadOnlyServer);

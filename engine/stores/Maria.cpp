@@ -54,7 +54,10 @@ constexpr KnownRefusal kRefusals[] = {
      "it refuses user {0}: the user name or the password is wrong; the password comes from the file that the "
      "address names, from NVADMIN_STORE_PASSWORD, or from 'nvadmin account password'"},
     {1698, "it refuses user {0}: that user can't log in over this kind of connection"},
-    {1044, "user {0} has no rights on database {1}; give them with GRANT ALL ON {1}.* TO {0}"},
+    {1044,
+     "user {0} has no rights on database {1}, or there is none; give them with GRANT ALL ON {1}.* TO the "
+     "user "
+     "as the server names it here: {2}"},
     {1049,
      "it has no database {1}; make it with CREATE DATABASE {1} CHARACTER SET latin1 COLLATE "
      "latin1_nopad_bin"},
@@ -82,7 +85,10 @@ constexpr KnownTrouble kTroubles[] = {
     {maria_error::kNotReady, "",
      "the store is unavailable: the node is cut off from its cluster, or joins it just now ({0})"},
     {maria_error::kLockWait, "",
-     "another program's transaction holds what this needs, and has for 10 s; try again ({0})"},
+     "what another session or program reads or writes at a stretch is in the way, and has been for 10 s; try "
+     "again ({0})"},
+    {maria_error::kTooLong, "",
+     "it took longer than is allowed; give the account's address a larger timeout= ({0})"},
     {maria_error::kDeadlock, "",
      "another program's transaction was in the way, and the server let that go on; try again ({0})"},
     {maria_error::kNoSuchTable, ".nvadmin_",

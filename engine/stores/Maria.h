@@ -50,7 +50,7 @@ namespace maria_error {
 inline constexpr unsigned kNotReady = 1047, kNull = 1048, kUnknownColumn = 1054, kNoSuchTable = 1146,
                           kNoSuchIndex = 1176, kTableChanged = 1412, kUnknownTable = 1109,
                           kResultTooLarge = 1104, kDeadlock = 1213, kLockWait = 1205, kDuringCommit = 1180,
-                          kInterrupted = 1317, kReadOnly = 1290, kTooLarge = 1301;
+                          kInterrupted = 1317, kReadOnly = 1290, kTooLarge = 1301, kTooLong = 1969;
 }
 
 // A name as SQL that a message gives takes it.

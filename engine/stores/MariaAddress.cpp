@@ -177,7 +177,7 @@ bool MariaHost::IsThisMachine() const {
 
 bool ReadMariaAddress(std::string_view text, MariaAddress& address, std::string& error) {
   MariaAddress found;
-  const std::string fault = Read(text, found);
+  std::string fault = Read(text, found);
   if (fault.empty()) {
     address = std::move(found);
     return true;
@@ -187,6 +187,7 @@ bool ReadMariaAddress(std::string_view text, MariaAddress& address, std::string&
   const std::string_view behindScheme = text.substr(scheme == std::string_view::npos ? 0 : scheme + 1);
   const bool mayHoldPassword = behindScheme.find(':') < behindScheme.rfind('@') ||
                                behindScheme.find("passw", behindScheme.find('?')) != std::string_view::npos;
+  if (mayHoldPassword && fault.starts_with('\'')) fault = "a part of it can't be read";
   error = fmt::format(
       "{} is no address of a database: {}; the form is mariadb://USER@HOST:PORT/DATABASE, with more hosts "
       "behind commas and options such as ?socket=PATH behind it",

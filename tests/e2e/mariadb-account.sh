@@ -12,7 +12,7 @@ remove_databases() {
 at_exit=(remove_databases remove_work)
 as_root "CREATE DATABASE $database CHARACTER SET latin1 COLLATE latin1_nopad_bin;
   CREATE DATABASE ${database}_taken; CREATE TABLE ${database}_taken.bills (x INT);
-  CREATE USER $user@localhost IDENTIFIED BY 'päss word'; GRANT ALL ON $database.* TO $user@localhost"
+  CREATE USER $user@localhost IDENTIFIED BY 'päss word'; GRANT ALL ON \`${database//_/\\_}\`.* TO $user@localhost"
 address() { echo "mariadb://$1@/$2?connect-timeout=1&socket=$socket"; }
 add() { nvadmin account add SALES --datastore MYSQL --store "$@"; }
 

@@ -23,7 +23,7 @@ address="mariadb://clerk@/sales?connect-timeout=2&socket=$server/socket"
 
 # Too few rights are told, with the way out, and nothing is made.
 expect_run "a reader" 1 nvadmin account add SALES --datastore MYSQL --store "${address/clerk/reader}"
-expect_match "a reader" "$err" "user reader lacks rights on database sales: .*INSERT.*give them with GRANT ALL ON sales\.\* TO reader"
+expect_match "a reader" "$err" "user reader lacks rights on database sales: .*INSERT.*give them with GRANT ALL ON sales\.\* TO reader@localhost"
 expect_equal "nothing is made" "$(as_root 'SHOW TABLES IN sales')" ""
 
 # The password typed at a terminal: not shown, not on a command line, kept for this user alone.

@@ -17,6 +17,9 @@ namespace nvadmin::engine {
 namespace {
 
 constexpr std::string_view kLost = "the writes since the last commit are lost";
+constexpr std::string_view kInTheWay =
+    "what another session or program reads or writes at a stretch is in the way, and has been for 10 s; try "
+    "again (Lock wait timeout";
 constexpr std::string_view kUnknownTable = "; whether the change of the table is done is not known: look";
 constexpr std::string_view kUnknown = "whether the writes since the last commit are there is not known";
 
@@ -235,15 +238,28 @@ TEST_F(MariaFaultsTest, ALockWaitAndADeadlockEnd) {
   EXPECT_EQ(FailureOf([&] { store_->BeginWrites(); }),
             "account TEST is being written to by another session, and has been for 10 s; try again");
   forTheRow.join();
-  EXPECT_NE(waited.find("table t: another program's transaction holds what this needs, and has for 10 s; try "
-                        "again (Lock wait timeout"),
-            std::string::npos)
-      << waited;
+  EXPECT_NE(waited.find(fmt::format("table t: {}", kInTheWay)), std::string::npos) << waited;
   EXPECT_TRUE(waited.ends_with(kLost)) << waited;
   EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15));
   foreign.Execute("ROLLBACK", IfLost::kFail);
   Write("1", "ours");
   store_->Commit();
+}
+
+TEST_F(MariaFaultsTest, ATableIsNotDroppedUnderWhoReadsIt) {
+  for (const char* id : {"1", "2"}) Write(id, "a");
+  store_->Commit();
+  const std::unique_ptr<Store> other = Open(MariaDatabase::Socket());
+  std::string error;
+  int seen = 0;
+  store_->Scan(table_, {}, [&](auto, auto) {
+    if (++seen > 1) return true;
+    const std::string failure = FailureOf([&] { other->DropTable("t", error); });
+    EXPECT_NE(failure.find(kInTheWay), std::string::npos) << failure;
+    return true;
+  });
+  EXPECT_EQ(seen, 3);
+  EXPECT_TRUE(other->DropTable("t", error)) << error;
 }
 
 // Two sessions that each change an attribute of their own lose nothing of one another.
@@ -305,6 +321,52 @@ TEST(MariaServerTest, GoesOnWhenTheServerIsBack) {
   MustWrite(*store, table, "last", "d");
   store->Commit();
   EXPECT_EQ(Scanned(*store, table), "answered;last;later;");
+}
+
+// A server that stands still, as one does whose machine has lost its power, and a statement that takes too
+// long.
+TEST(MariaServerTest, AnswersWithinTheTimeOut) {
+  if (!MariaDatabase::IsThere()) GTEST_SKIP() << MariaDatabase::kSkipped;
+  const TemporaryFolder folder;
+  const OwnMariaServer server((folder / "server").string(), "");
+  ASSERT_TRUE(server.IsThere());
+  MariaDatabase::AsRoot("CREATE DATABASE d CHARACTER SET latin1 COLLATE latin1_nopad_bin", server.Socket());
+  Home::Make(folder / "home");
+  const std::unique_ptr<Store> store =
+      OpenStore(Home(folder / "home"),
+                {"TEST", "MYSQL", "mariadb://root@/d?timeout=3&connect-timeout=1&socket=" + server.Socket()});
+  const TableHandle table = MakeTable(*store, "t", 1);
+  MustWrite(*store, table, "1", "a");
+  store->Commit();
+  const std::string tooLong = FailureOf([&] {
+    Sql(*store,
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT count(*) FROM n a, n b, n c");
+  });
+  EXPECT_NE(tooLong.find("it took longer than is allowed; give the account's address a larger timeout="),
+            std::string::npos)
+      << tooLong;
+  const std::string_view unavailable = "the store is unavailable: no server answers at this machine";
+  const struct {
+    std::function<void()> before, action;
+    std::string_view failure;
+  } kCases[] = {
+      {[] {}, [&] { ItemOf(*store, table, "1"); }, unavailable},
+      {[] {}, [&] { Scanned(*store, table); }, unavailable},
+      {[] {}, [&] { Sql(*store, "SELECT A1 FROM t"); }, unavailable},
+      {[&] { store->BeginWrites(); }, [&] { MustWrite(*store, table, "2", "b"), store->Commit(); }, kLost},
+      {[&] { MustWrite(*store, table, "1", "a"), ItemOf(*store, table, "1"); }, [&] { store->Commit(); },
+       kUnknown},
+  };
+  for (const auto& [before, action, failure] : kCases) {
+    EXPECT_EQ(Scanned(*store, table, {{1}}), "1,a;");
+    before();
+    ASSERT_TRUE(server.Do("pause"));
+    const auto begin = std::chrono::steady_clock::now();
+    const std::string got = FailureOf(action);
+    EXPECT_NE(got.find(failure), std::string::npos) << got;
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15));
+    ASSERT_TRUE(server.Do("continue"));
+  }
 }
 
 // A file system of a few megabytes, gone with it.

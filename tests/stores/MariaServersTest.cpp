@@ -174,7 +174,7 @@ TEST_F(MariaServersTest, OfOtherSettingsServeAlike) {
   const std::string few = Check("mariadb://few@localhost:" + port + "/d");
   EXPECT_TRUE(
       few.ends_with("database: user few lacks rights on database d: INSERT, UPDATE, DELETE, CREATE, DROP; "
-                    "give them with GRANT ALL ON d.* TO few\nunfit"))
+                    "give them with GRANT ALL ON d.* TO few@localhost\nunfit"))
       << few;
   const std::string told = Check(verified);
   for (const char* want :

@@ -67,6 +67,7 @@ TEST(MariaAddressTest, IsReadOrRefusedWithTheReason) {
       {"mariadb:a:top@h/s", "what was given is no address of a database: it doesn't begin with mariadb://"},
       {"mariadb://a@h/s?password=top",
        "what was given is no address of a database: there is no option 'password'"},
+      {"mariadb://a@corp:top@h/s", "what was given is no address of a database: a part of it can't be read"},
       {"mariadb://a@h;i/s", "'mariadb://a@h;i/s' is no address of a database: 'h;i' is no name of a host"},
       {"mariadb://a@localhost/s?tls-ca=/x", "a @ localhost:3306 / s tls verify"},
       {"mariadb://a@localhost/s?tls-ca=/x&tls=off", "a @ localhost:3306 / s tls off"},
@@ -365,9 +366,11 @@ TEST_F(MariaStoreTest, SeesAnOpenTableChangedByHand) {
         if (then != "read") store_->BeginWrites();
         std::string item;
         const std::string failure = FailureOf([&] { item = ItemOf(*store_, table, "1"); });
-        EXPECT_NE(failure.find(wanted == "(none)" ? "" : wanted), std::string::npos) << failure;
-        if (failure.empty()) {
+        if (wanted.empty() || wanted == "(none)") {
+          EXPECT_EQ(failure, "");
           EXPECT_EQ(item, wanted.empty() ? "7" : wanted);
+        } else {
+          EXPECT_NE(failure.find(wanted), std::string::npos) << failure;
         }
         store_->Rollback();
       } else {

@@ -29,8 +29,12 @@ class StoreTrouble : public StoreTest {};
 
 INSTANTIATE_TEST_SUITE_P(Files, StoreTrouble, testing::Values("JET", kNative));
 
+class StoreOfSessions : public StoreTest {};
+
+INSTANTIATE_TEST_SUITE_P(All, StoreOfSessions, testing::Values("JET", kNative, kServer));
+
 // Another session makes a table anew under handles, statements and scans that were prepared for the old one.
-TEST_P(StoreTrouble, NoticesTablesMadeAnewByOthers) {
+TEST_P(StoreOfSessions, NoticesTablesMadeAnewByOthers) {
   const std::unique_ptr<Store> other = account_.Open();
   MakeTable(*other, "t", 8);
   const TableHandle table = MustOpen(*store_, "t");
