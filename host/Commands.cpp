@@ -295,6 +295,11 @@ ExitCode SetStorePassword(const CommandSettings& settings, std::string_view name
                            account->name, place.address.passwordFile));
       return ExitCode::kFailed;
     }
+    if (std::getenv(engine::kStorePasswordVariable) != nullptr) {
+      Complain(fmt::format("{} is set and goes before what is kept: unset it first",
+                           engine::kStorePasswordVariable));
+      return ExitCode::kFailed;
+    }
     const std::optional<std::string> answer = AskStorePassword(place.address.user, place.address.database);
     if (!answer) return ExitCode::kFailed;
     place.password = *answer;

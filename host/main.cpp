@@ -113,7 +113,7 @@ void AddAccountCommands(CLI::App& app, Given& given) {
   account->add_subcommand("list", "List the accounts and their datastore words")->callback([&given] {
     given.run = [&given] { return nvadmin::host::ListAccounts(given.settings); };
   });
-  CLI::App* remove = account->add_subcommand("remove", "Remove an account with all its files");
+  CLI::App* remove = account->add_subcommand("remove", "Remove an account with all its files; of one on a server the database stays");
   remove->add_option("NAME", given.account, "The account")->required();
   remove->callback([&given] {
     given.run = [&given] { return nvadmin::host::RemoveAccount(given.settings, given.account); };

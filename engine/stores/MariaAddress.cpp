@@ -22,10 +22,11 @@ struct Option {
   bool (*take)(std::string value, MariaAddress& address);
 };
 
+// From the root: programs begin in various folders.
 template <std::string MariaAddress::*member>
 bool TakePath(std::string value, MariaAddress& address) {
   address.*member = std::move(value);
-  return !(address.*member).empty();
+  return (address.*member).starts_with('/');
 }
 
 template <std::uint32_t MariaAddress::*member>

@@ -3,7 +3,7 @@
 //   mariadb://USER@HOST[:PORT][,HOST[:PORT]...]/DATABASE[?OPTION=VALUE&...]
 //
 // Port 3306 unless told otherwise; an IPv6 address stands in brackets. "%" and two hexadecimal digits stand
-// for a byte that has a meaning here. A password has no place in it. Options:
+// for a byte that has a meaning here. A password has no place in it. Options, each PATH from the root:
 //
 // * socket=PATH: the server's socket on this machine; no HOST then
 // * password-file=PATH: its first line is the password

@@ -59,6 +59,7 @@ expect_equal "kept once, for nobody else" "$(wc -l <<<"$kept") $(stat -c %a "$ke
 as_root "ALTER USER $user@localhost IDENTIFIED BY 'new one'"
 expect_run "changed on the server" 4 nvadmin tcl -c 'CT STOCK 1'
 expect_match "changed on the server" "$err" "the password is wrong.*nvadmin account password"
+NVADMIN_STORE_PASSWORD=other expect_run "while the environment has one" 1 nvadmin account password SALES
 nvadmin account password SALES <<<'new one' >/dev/null
 expect_run "changed here" 0 nvadmin tcl -c 'CT STOCK 1'
 

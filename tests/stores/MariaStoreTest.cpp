@@ -57,6 +57,8 @@ TEST(MariaAddressTest, IsReadOrRefusedWithTheReason) {
        "digits, or for a character 0"},
       {"mariadb://a@h/s?socket",
        "'mariadb://a@h/s?socket' is no address of a database: '' is no value of the option socket"},
+      {"mariadb://a@/s?socket=run/x",
+       "'mariadb://a@/s?socket=run/x' is no address of a database: 'run/x' is no value of the option socket"},
       {"mariadb://a@h/s?timeout=3601",
        "'mariadb://a@h/s?timeout=3601' is no address of a database: '3601' is no value of the option "
        "timeout"},
@@ -540,7 +542,7 @@ TEST_F(MariaStoreTest, OpensAnAccountsDatabasesOnly) {
       {"mariadb://root@/x?connect-timeout=1&socket=" + silent,
        "the store is unavailable: no server answers at this machine"},
       {"mariadb://root@127.0.0.1:1,[::1]:1/x?tls=off", "no server answers at 127.0.0.1:1 ("},
-      {"mariadb://root@/x?password-file=/none&socket=x", "the password can't be read from /none"},
+      {"mariadb://root@/x?password-file=/none&socket=/x", "the password can't be read from /none"},
   };
   for (const auto& row : kCases) {
     const auto begin = std::chrono::steady_clock::now();

@@ -24,7 +24,7 @@ done
 
 find_lacking() {
   local program
-  for program in mariadbd mariadb mariadb-install-db wsrep_sst_rsync rsync; do
+  for program in mariadbd mariadb mariadb-install-db wsrep_sst_rsync rsync lsof; do
     command -v "$program" >/dev/null || { echo "$program isn't installed"; return 1; }
   done
   [[ -n $galera ]] || { echo "galera-4 isn't installed"; return 1; }
