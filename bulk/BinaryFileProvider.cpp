@@ -12,8 +12,8 @@ namespace nvadmin {
 namespace {
 
 constexpr std::size_t kChunkBytes = 65'536;
-constexpr std::size_t kGrowth =
-    8;  // of the buffer for a long line; what isn't used yet costs addresses, no memory
+// Room behind the line in hand, at first and for a long line; what isn't used yet costs addresses, no memory.
+constexpr std::size_t kFirstRoom = 8 * kChunkBytes, kLongRoom = std::size_t{256} << 20;
 
 std::string_view WithoutFirstLf(std::string_view line) {
   if (line.starts_with('\n')) line.remove_prefix(1);
@@ -40,7 +40,8 @@ void BinaryFileProvider::MakeRoom() {
   const std::string_view line = Held().substr(LineStart);
   if (Capacity < line.size() + kChunkBytes) {
     const auto left = static_cast<std::size_t>(ChunkCount - ChunksRead) * kChunkBytes;
-    const std::size_t size = line.size() + std::min(left, kGrowth * (line.size() + kChunkBytes));
+    const std::size_t room = Capacity == 0 ? kFirstRoom : std::max(kLongRoom, line.size());
+    const std::size_t size = line.size() + std::min(left, room);
     auto larger = std::make_unique_for_overwrite<char[]>(size);
     platform::TakeLargePages({larger.get(), size});
     line.copy(larger.get(), line.size());
