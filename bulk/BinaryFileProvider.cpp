@@ -25,7 +25,7 @@ std::string_view WithoutFirstLf(std::string_view line) {
 void BinaryFileProvider::OOpen(std::string_view sFile) {
   CClose();
   ChunksRead = 0;
-  End = 0;
+  Gathered = {Buffer.get(), 0};
   LineStart = 0;
   SearchFrom = 0;
   AtEnd = false;
@@ -35,9 +35,10 @@ void BinaryFileProvider::OOpen(std::string_view sFile) {
   FillBuffer();
 }
 
-// Moves the line in hand to the start, with room for a chunk behind it.
-void BinaryFileProvider::MakeRoom() {
-  const std::string_view line = Held().substr(LineStart);
+// Reads the next chunk behind the line in hand, which moves to the start. False when there is none left.
+bool BinaryFileProvider::FillBuffer() {
+  if (ChunksRead == ChunkCount) return false;
+  const std::string_view line = Gathered.substr(LineStart);
   if (Capacity < line.size() + kChunkBytes) {
     const auto left = static_cast<std::size_t>(ChunkCount - ChunksRead) * kChunkBytes;
     const std::size_t room = Capacity == 0 ? kFirstRoom : std::max(kLongRoom, line.size());
@@ -50,31 +51,26 @@ void BinaryFileProvider::MakeRoom() {
   } else {
     std::memmove(Buffer.get(), line.data(), line.size());
   }
-  End = line.size();
+  Gathered = {Buffer.get(), line.size()};
   SearchFrom -= LineStart;
   LineStart = 0;
-}
-
-// Reads the next chunk behind the line in hand. False when there is none left.
-bool BinaryFileProvider::FillBuffer() {
-  if (ChunksRead == ChunkCount) return false;
-  MakeRoom();
-  End += File->Read({Buffer.get() + End, kChunkBytes});
+  const std::size_t got = File->Read({Buffer.get() + line.size(), kChunkBytes});
+  Gathered = {Buffer.get(), line.size() + got};
   ++ChunksRead;
   return true;
 }
 
 std::string_view BinaryFileProvider::LineGet() {
   if (AtEnd || !File) throw EngineFailure("a line was asked for behind the end of a transfer file");
-  std::size_t end = Held().find('\r', SearchFrom);
+  std::size_t end = Gathered.find('\r', SearchFrom);
   while (end == std::string_view::npos) {
-    SearchFrom = End;
+    SearchFrom = Gathered.size();
     if (!FillBuffer()) break;
-    end = Held().find('\r', SearchFrom);
+    end = Gathered.find('\r', SearchFrom);
   }
-  const std::string_view line = Held().substr(LineStart, end - LineStart);
+  const std::string_view line = Gathered.substr(LineStart, end - LineStart);
   AtEnd = end == std::string_view::npos;
-  LineStart = AtEnd ? End : end + 1;
+  LineStart = AtEnd ? Gathered.size() : end + 1;
   SearchFrom = LineStart;
   return WithoutFirstLf(line);
 }

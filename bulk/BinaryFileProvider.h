@@ -32,18 +32,16 @@ class BinaryFileProvider {
   std::string_view LineGet();
 
  private:
-  std::string_view Held() const { return {Buffer.get(), End}; }
-  void MakeRoom();
   bool FillBuffer();
 
   std::optional<BinaryFile> File;
   std::int64_t ChunksRead = 0;
   std::int64_t ChunkCount = 0;
-  std::unique_ptr<char[]> Buffer;  // of the chunks read what is left, from the line in hand on
-  std::size_t Capacity = 0;        // of Buffer
-  std::size_t End = 0;             // of what it holds
-  std::size_t LineStart = 0;       // in Buffer
-  std::size_t SearchFrom = 0;      // in Buffer: no CR stands before it and behind LineStart
+  std::unique_ptr<char[]> Buffer;
+  std::size_t Capacity = 0;    // of Buffer
+  std::string_view Gathered;   // what it holds: of the chunks read what is left, from the line in hand on
+  std::size_t LineStart = 0;   // in Gathered
+  std::size_t SearchFrom = 0;  // in Gathered: no CR stands before it and behind LineStart
   bool AtEnd = false;
 };
 
