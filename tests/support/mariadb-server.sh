@@ -42,6 +42,14 @@ start() {
   return 1
 }
 
+# A thread that runs just now stops a little later.
+pause() {
+  local pid
+  pid=$(<"$folder/pid")
+  kill -STOP "$pid"
+  while grep -h '^State:' "/proc/$pid/task/"*/status | grep -qv stopped; do sleep 0.02; done
+}
+
 action=$1 folder=$2
 shift 2
 case $action in
@@ -49,6 +57,6 @@ case $action in
   stop) stop; rm -rf "$folder" ;;
   kill) kill -9 "$(<"$folder/pid")"; while kill -0 "$(<"$folder/pid")" 2>/dev/null; do sleep 0.05; done ;;
   resume) start "$@" ;;
-  pause) kill -STOP "$(<"$folder/pid")" ;;
+  pause) pause ;;
   continue) kill -CONT "$(<"$folder/pid")" ;;
 esac
