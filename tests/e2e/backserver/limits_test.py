@@ -11,7 +11,7 @@ import time
 import unittest
 
 import nvclient
-from support import HOME, PASSWORD, PROGRAM, RawClient, Server, make_file
+from support import HOME, PASSWORD, PROGRAM, RawClient, Server, make_file, wait_for
 
 # Runs for some seconds in the store, and longer when nobody stops it.
 LONG = "SELECT count(*) FROM (WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < %d) SELECT i FROM n);"
@@ -33,13 +33,6 @@ def log_in(client, user, password, account):
     for prompt, answer in zip((b"login: ", b"password: ", b"account: "), (user, password, account)):
         client.until(prompt)
         client.send(answer.encode() + b"\r\n")
-
-
-def wait_for(condition, what):
-    until = time.monotonic() + 15
-    while not condition():
-        assert time.monotonic() < until, what
-        time.sleep(0.05)
 
 
 class Strangers(unittest.TestCase):

@@ -6,12 +6,22 @@ import signal
 import socket
 import subprocess
 import threading
+import time
 from concurrent.futures import ThreadPoolExecutor
 
 import nvclient
 
 PROGRAM, HOME = os.environ["NVADMIN"], os.environ["NVADMIN_HOME"]
 PASSWORD = "pass word"
+PATIENCE = 60  # seconds; a busy machine may need them
+
+
+def wait_for(condition, what):
+    """`what` is told when it never comes to be so."""
+    end = time.monotonic() + PATIENCE
+    while not condition():
+        assert time.monotonic() < end, what
+        time.sleep(0.02)
 
 
 class Server:

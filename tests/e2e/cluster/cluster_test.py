@@ -10,10 +10,9 @@ import time
 import unittest
 
 import nvclient
-from support import RawClient, Server
+from support import PATIENCE, RawClient, Server, wait_for
 
 FOLDER = os.environ["CLUSTER"]
-PATIENCE = 60  # seconds; a busy machine may need them
 CONFLICT = "another node of the cluster was written to at the same time"
 UNKNOWN = "is not known: look before you write again"
 
@@ -39,10 +38,7 @@ def users_of(node):
 
 
 def await_true(condition):
-    end = time.monotonic() + PATIENCE
-    while not condition():
-        assert time.monotonic() < end, "it never came to be so"
-        time.sleep(0.1)
+    wait_for(condition, "it never came to be so")
 
 
 def setUpModule():

@@ -7,20 +7,12 @@ import os
 import socket
 import ssl
 import struct
-import time
 import urllib.parse
 
-from support import PASSWORD, Server
+from support import PASSWORD, Server, wait_for
 
 ACCEPT_KEY = "258EAFA5-E914-47DA-95CA-C5AB0DC85B11"
 TEXT, BINARY, CLOSE, PING, PONG = 1, 2, 8, 9, 10
-
-
-def wait_for(condition, what):
-    until = time.monotonic() + 15
-    while not condition():
-        assert time.monotonic() < until, what
-        time.sleep(0.02)
 
 
 class Site(Server):
