@@ -16,11 +16,11 @@ int main(int argc, char** argv) {
     return 2;
   }
   try {
-    nvadmin::BinaryFileProvider file;
+    nvadmin::BinaryFileProvider file(nvadmin::kCodedBytes);
     file.OOpen(std::filesystem::absolute(argv[1]).string());
     std::string buffer;
     std::uint64_t lines = 0, bytes = 0;
-    for (; !file.Eof(); ++lines) bytes += nvadmin::DecodeBulkLine(file.LineGet(), buffer).size();
+    for (; !file.Eof(); ++lines) bytes += nvadmin::DecodeBulkLine(file, file.LineGet(), buffer).size();
     std::printf("%lu lines, %lu bytes\n", lines, bytes);
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "bench_lines: %s\n", failure.what());

@@ -29,10 +29,17 @@ void BinaryFileProvider::OOpen(std::string_view sFile) {
   LineStart = 0;
   SearchFrom = 0;
   AtEnd = false;
+  CarryMayHold = false;
   File.emplace(sFile);
   ChunkCount =
       (File->Length() + static_cast<std::int64_t>(kChunkBytes) - 1) / static_cast<std::int64_t>(kChunkBytes);
   FillBuffer();
+}
+
+bool BinaryFileProvider::HoldsNoted(std::string_view chunk) const {
+  return Noted.empty() || std::any_of(Noted.begin(), Noted.end(), [chunk](char byte) {
+           return chunk.find(byte) != std::string_view::npos;
+         });
 }
 
 // Reads the next chunk behind the line in hand, which moves to the start. False when there is none left.
@@ -52,10 +59,12 @@ bool BinaryFileProvider::FillBuffer() {
     std::memmove(Buffer.get(), line.data(), line.size());
   }
   Gathered = {Buffer.get(), line.size()};
+  CarryMayHold = !line.empty() && MayHoldSoFar();
   SearchFrom -= LineStart;
   LineStart = 0;
   const std::size_t got = File->Read({Buffer.get() + line.size(), kChunkBytes});
   Gathered = {Buffer.get(), line.size() + got};
+  ChunkHolds = HoldsNoted(Gathered.substr(line.size()));
   ++ChunksRead;
   return true;
 }
@@ -69,6 +78,7 @@ std::string_view BinaryFileProvider::LineGet() {
     end = Gathered.find('\r', SearchFrom);
   }
   const std::string_view line = Gathered.substr(LineStart, end - LineStart);
+  LineMayHold = MayHoldSoFar();
   AtEnd = end == std::string_view::npos;
   LineStart = AtEnd ? Gathered.size() : end + 1;
   SearchFrom = LineStart;

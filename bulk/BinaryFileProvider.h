@@ -7,7 +7,9 @@
 // opened again.
 //
 // A line is lent from the buffer of chunks, so each is searched for where it lies: splitting a chunk as a
-// whole would copy every line, or keep a list of them.
+// whole would copy every line, or keep a list of them. What a caller would search every line for is searched
+// for in a chunk as it comes, while the processor's cache holds it: a long line is read from memory once
+// less.
 #pragma once
 
 #include <cstddef>
@@ -22,6 +24,8 @@ namespace nvadmin {
 
 class BinaryFileProvider {
  public:
+  // `noted`: bytes of which MayHoldNoted tells. Lent for the reader's life.
+  explicit BinaryFileProvider(std::string_view noted = {}) : Noted(noted) {}
   // True once the last line has been handed out; keeps its value until the next OOpen.
   bool Eof() const { return AtEnd; }
   void CClose() { File.reset(); }
@@ -30,10 +34,17 @@ class BinaryFileProvider {
   // The next line, without its line end, lent until the next call. Requires that Eof isn't true yet. Fails,
   // naming the file and the place, when a chunk can't be read.
   std::string_view LineGet();
+  // False when the line that LineGet lent last surely holds none of the noted bytes. True says nothing, as
+  // where none are noted.
+  bool MayHoldNoted() const { return LineMayHold; }
 
  private:
   bool FillBuffer();
+  bool HoldsNoted(std::string_view chunk) const;
+  // Of the line in hand, as far as it was read.
+  bool MayHoldSoFar() const { return ChunkHolds || (LineStart == 0 && CarryMayHold); }
 
+  std::string_view Noted;
   std::optional<BinaryFile> File;
   std::int64_t ChunksRead = 0;
   std::int64_t ChunkCount = 0;
@@ -43,6 +54,9 @@ class BinaryFileProvider {
   std::size_t LineStart = 0;   // in Gathered
   std::size_t SearchFrom = 0;  // in Gathered: no CR stands before it and behind LineStart
   bool AtEnd = false;
+  bool ChunkHolds = true;     // a noted byte: the last chunk
+  bool CarryMayHold = false;  // a noted byte: what stands in Gathered before the last chunk
+  bool LineMayHold = true;
 };
 
 }  // namespace nvadmin

@@ -251,7 +251,7 @@ void RunStatisticsPass(Load& load, BinaryFileProvider& file) {
       ++load.TotalLines;
       if (line.size() >= kLongLine) continue;
     }
-    const std::string_view decoded = DecodeBulkLine(line, buffer);
+    const std::string_view decoded = DecodeBulkLine(file, line, buffer);
     if (decoded == kStatisticsEnd) break;
     if (inStatistics) {
       ServeRecord(load, decoded);
@@ -300,7 +300,7 @@ std::string Counter(const Load& load) {
 bool LoadLines(Load& load, BinaryFileProvider& file) {
   std::string buffer;
   while (!file.Eof()) {
-    const std::string_view line = DecodeBulkLine(file.LineGet(), buffer);
+    const std::string_view line = DecodeBulkLine(file, file.LineGet(), buffer);
     ++load.LineNumber;
     if (load.LineNumber % kLinesAProgress == 0) ShowProgress(At(15, 9, {Counter(load), "    "}));
     switch (const BulkLineKind kind = KindOfBulkLine(line)) {
@@ -340,7 +340,7 @@ void RunLoadPass(Load& load, BinaryFileProvider& file) {
 void RunLoad(BulkForm& form, const std::string& /*value*/) {
   PPrint(Concat({kTerminal, CursorAt(-1, -1)}), /*lineEnd=*/true);
   Load load(form);
-  BinaryFileProvider file;
+  BinaryFileProvider file(kCodedBytes);
   if (form.ReuseOption != Reuse::kExistingElseSkip) RunStatisticsPass(load, file);
   RunLoadPass(load, file);
   PPrint(kTxStart, /*lineEnd=*/false);

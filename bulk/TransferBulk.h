@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "bulk/BinaryFileProvider.h"
+
 namespace nvadmin {
 
 inline constexpr std::string_view kStatisticsStart = "<FILE_STATISTICS>";
@@ -17,6 +19,10 @@ inline constexpr std::string_view kStatisticsEnd = "</FILE_STATISTICS>";
 // a backquote and the byte behind it become one byte: `C and `R a CR, `L and `N an LF, `0 a NUL, any other
 // byte itself; a backquote at the end becomes nothing. Lent by `line`, or by `buffer`, which it may use.
 std::string_view DecodeBulkLine(std::string_view line, std::string& buffer);
+// The bytes by which a line differs from its text.
+inline constexpr std::string_view kCodedBytes("\0`", 2);
+// The same of `line`, which `file` lent last. A reader that notes kCodedBytes saves the search for them.
+std::string_view DecodeBulkLine(const BinaryFileProvider& file, std::string_view line, std::string& buffer);
 
 enum class BulkLineKind {
   kOpensDictionary,  // "<FILE_DICT>" and the file's name

@@ -75,6 +75,37 @@ TEST(BulkReader, HugeLine) {
   }
 }
 
+// Which lines may hold a noted byte: all of a chunk that holds one, and a line of which one chunk does.
+TEST(BulkReader, NotedBytes) {
+  const TemporaryFolder folder;
+  const std::string plain(70'000, 'x');
+  const struct {
+    std::string_view name;
+    std::string text;
+    std::vector<bool> may;
+  } rows[] = {
+      {"nowhere", "a\rb\r", {false, false, false}},
+      {"one", "a\rb`\r", {true, true, true}},
+      {"the other", std::string("a\0\r", 3), {true, true}},
+      {"in the first chunk alone", "`\r" + plain + "\rb", {true, true, false}},
+      {"in a long line's first chunk",
+       "`" + plain + plain + "\rb\r" + plain + "\rc",
+       {true, false, false, false}},
+      {"in its middle", plain + "`" + plain + "\rb", {true, false}},
+      {"in the last chunk alone", plain + "\r`", {true, true}},
+  };
+  BinaryFileProvider noting(std::string_view("\0`", 2)), notNoting;
+  for (const auto& row : rows) {
+    const std::string path = folder.Put("f", row.text).string();
+    std::vector<bool> may;
+    for (noting.OOpen(path); !noting.Eof(); may.push_back(noting.MayHoldNoted())) noting.LineGet();
+    EXPECT_EQ(may, row.may) << row.name;
+    notNoting.OOpen(path);
+    notNoting.LineGet();
+    EXPECT_TRUE(notNoting.MayHoldNoted()) << row.name;
+  }
+}
+
 TEST(BulkReader, FailuresNameTheFile) {
   const TemporaryFolder folder;
   BinaryFileProvider file;

@@ -82,7 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   text.append(reinterpret_cast<const char*>(data) + 2, size - 2);
   std::ofstream(path, std::ios::binary) << text;
 
-  BinaryFileProvider file;
+  BinaryFileProvider file(kCodedBytes);
   file.OOpen(path);
   std::filesystem::remove(path);
   std::string_view rest = text;
@@ -92,7 +92,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string_view line = file.LineGet();
     const std::string plain = TakeLinePlainly(rest, isLast);
     Expect(line == plain, "another line");
-    const std::string decoded(DecodeBulkLine(line, buffer));
+    const std::string decoded(DecodeBulkLine(file, line, buffer));
     Expect(decoded == DecodePlainly(plain), "another text");
     std::string written;
     engine::AppendLine(written, decoded);
